@@ -1,0 +1,20 @@
+#pragma once
+// The one error type of the engine, the cloner and the installers: it carries a
+// finished sentence for the user, shown as it is.
+#include <stdexcept>
+#include <string>
+
+namespace parlova {
+
+class VoiceEngineError : public std::runtime_error {
+public:
+    explicit VoiceEngineError(const std::string& message) : std::runtime_error(message) {}
+    std::string errorDescription() const { return what(); }
+};
+
+// "Couldn't <what> (error <status>)." for low-level status failures.
+inline VoiceEngineError statusError(const std::string& what, long status) {
+    return VoiceEngineError("Couldn't " + what + " (error " + std::to_string(status) + ").");
+}
+
+}  // namespace parlova

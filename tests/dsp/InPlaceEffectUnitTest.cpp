@@ -1,0 +1,93 @@
+#include "dsp/InPlaceEffectUnit.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+using namespace parlova;
+
+namespace {
+
+// Fills every buffer with a ramp so tests can see where the pulled audio landed.
+struct RampSource : AudioSource {
+    int32_t result = status::ok;
+    int pulls = 0;
+    int32_t pull(BufferList& out, int frames) noexcept override {
+        ++pulls;
+        if (result != status::ok) return result;
+        for (int c = 0; c < out.count; ++c)
+            for (int i = 0; i < frames; ++i) out.data[c][i] = static_cast<float>(i + 1000 * c);
+        return status::ok;
+    }
+};
+
+struct DoublingUnit : InPlaceEffectUnit {
+    int prepared = 0, processed = 0;
+    void prepare(const AudioFormat&, int) override { ++prepared; }
+    void process(BufferList& b, int frames) noexcept override {
+        ++processed;
+        for (int c = 0; c < b.count; ++c)
+            for (int i = 0; i < frames; ++i) b.data[c][i] *= 2.0f;
+    }
+};
+
+}  // namespace
+
+TEST(InPlaceEffectUnit, FourCharCodesPackBigEndian) {
+    EXPECT_EQ(fourCharCode("frmt"), 0x66726D74u);
+    EXPECT_EQ(fourCharCode("Qzvc"), 0x517A7663u);
+}
+
+TEST(InPlaceEffectUnit, RegistersEachSubtypeOnce) {
+    const int before = InPlaceEffectUnit::registrationCount();
+    auto a = InPlaceEffectUnit::makeNode<DoublingUnit>("tst1", "Test");
+    auto b = InPlaceEffectUnit::makeNode<DoublingUnit>("tst1", "Test");
+    EXPECT_TRUE(InPlaceEffectUnit::isRegistered("tst1"));
+    EXPECT_EQ(InPlaceEffectUnit::registrationCount(), before + 1);
+}
+
+TEST(InPlaceEffectUnit, PullsIntoOutputAndProcessesInPlace) {
+    RampSource source;
+    DoublingUnit unit;
+    unit.setInput(&source);
+    unit.allocateRenderResources();
+    EXPECT_EQ(unit.prepared, 1);
+
+    std::vector<float> own(64, -1.0f);
+    BufferList list;
+    list.count = 2;
+    list.data[0] = own.data();  // has memory: must be kept
+    list.data[1] = nullptr;     // no memory: gets the unit's pull buffer
+    ASSERT_EQ(unit.pull(list, 64), status::ok);
+    EXPECT_EQ(list.data[0], own.data());
+    ASSERT_NE(list.data[1], nullptr);
+    EXPECT_EQ(list.byteSize[1], 256u);
+    EXPECT_FLOAT_EQ(own[10], 20.0f);
+    EXPECT_FLOAT_EQ(list.data[1][10], 2020.0f);
+}
+
+TEST(InPlaceEffectUnit, RejectsMissingInputTooManyFramesAndPassesPullErrors) {
+    RampSource source;
+    DoublingUnit unit;
+    std::vector<float> a(5000, 7.0f);
+    BufferList list;
+    list.count = 1;
+    list.data[0] = a.data();
+
+    EXPECT_EQ(unit.pull(list, 16), status::noConnection);  // no input, no resources
+    unit.setInput(&source);
+    EXPECT_EQ(unit.pull(list, 16), status::noConnection);  // no resources yet
+    unit.allocateRenderResources();
+    EXPECT_EQ(unit.pull(list, 4097), status::noConnection);
+    EXPECT_EQ(source.pulls, 0);
+    EXPECT_FLOAT_EQ(a[0], 7.0f);
+
+    source.result = -50;
+    EXPECT_EQ(unit.pull(list, 16), -50);
+    EXPECT_EQ(unit.processed, 0);
+    EXPECT_FLOAT_EQ(a[0], 7.0f);
+
+    unit.deallocateRenderResources();
+    source.result = status::ok;
+    EXPECT_EQ(unit.pull(list, 16), status::noConnection);
+}
