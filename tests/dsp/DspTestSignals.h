@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -64,6 +65,41 @@ struct Channels {
     }
     std::vector<float>& operator[](size_t c) { return data[c]; }
 };
+
+// Serves prepared channel data block by block, as the chain's upstream node would.
+struct ChannelSource : AudioSource {
+    Channels* source = nullptr;
+    size_t at = 0;
+    int32_t pull(BufferList& out, int frames) noexcept override {
+        for (int c = 0; c < out.count; ++c) {
+            const auto& channel = (*source)[std::min(static_cast<size_t>(c), source->data.size() - 1)];
+            for (int i = 0; i < frames; ++i) {
+                const size_t n = at + static_cast<size_t>(i);
+                out.data[c][i] = n < channel.size() ? channel[n] : 0.0f;
+            }
+        }
+        at += static_cast<size_t>(frames);
+        return status::ok;
+    }
+};
+
+// Renders all of `input` through a prepared unit in blocks of `block` frames
+// and returns the output; the unit's input is pointed at a local source.
+template <class Unit>
+Channels renderThrough(Unit& unit, Channels& input, int block = 512) {
+    ChannelSource source;
+    source.source = &input;
+    unit.setInput(&source);
+    const size_t frames = input[0].size();
+    Channels output(static_cast<int>(input.data.size()), frames);
+    for (size_t at = 0; at < frames; at += static_cast<size_t>(block)) {
+        const int n = static_cast<int>(std::min<size_t>(static_cast<size_t>(block), frames - at));
+        BufferList list = output.list(at, n);
+        unit.pull(list, n);
+    }
+    unit.setInput(nullptr);
+    return output;
+}
 
 // Speech from the espeak-ng synthesiser as mono float samples at `sampleRate`
 // (resampled with sox). Empty when either tool is missing or fails.

@@ -1,0 +1,171 @@
+#include "dsp/Equalizer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace parlova {
+
+namespace {
+constexpr float kDefaultFrequency[Equalizer::kBands] = {20.0f, 200.0f, 2400.0f, 20000.0f};
+}
+
+Equalizer::Equalizer() {
+    for (int i = 0; i < kBands; ++i) {
+        auto& band = shared_[static_cast<size_t>(i)];
+        band.frequency.store(kDefaultFrequency[i], std::memory_order_relaxed);
+        band.gainDb.store(0.0f, std::memory_order_relaxed);
+        band.bypass.store(true, std::memory_order_relaxed);
+    }
+}
+
+Equalizer::BandType Equalizer::bandType(int index) {
+    switch (index) {
+        case 0: return BandType::HighPass;
+        case 1: return BandType::LowShelf;
+        case 2: return BandType::Peaking;
+        default: return BandType::LowPass;
+    }
+}
+
+void Equalizer::setBand(int index, float frequencyHz, float gainDb, bool bypass) {
+    if (index < 0 || index >= kBands) return;
+    auto& band = shared_[static_cast<size_t>(index)];
+    band.frequency.store(frequencyHz, std::memory_order_relaxed);
+    band.gainDb.store(gainDb, std::memory_order_relaxed);
+    band.bypass.store(bypass, std::memory_order_relaxed);
+    version_.fetch_add(1, std::memory_order_release);
+}
+
+Equalizer::BandSettings Equalizer::band(int index) const {
+    if (index < 0 || index >= kBands) return {0.0f, 0.0f, true};
+    const auto& band = shared_[static_cast<size_t>(index)];
+    return {band.frequency.load(std::memory_order_relaxed), band.gainDb.load(std::memory_order_relaxed),
+            band.bypass.load(std::memory_order_relaxed)};
+}
+
+void Equalizer::setGlobalGain(float dB) {
+    globalGainDb_.store(dB, std::memory_order_relaxed);
+    version_.fetch_add(1, std::memory_order_release);
+}
+
+void Equalizer::prepare(const AudioFormat& format, int /*maxFrames*/) {
+    sampleRate_ = format.sampleRate > 0.0 ? format.sampleRate : 48000.0;
+    for (auto& channel : state_) channel.fill(State{});
+    appliedVersion_ = 0;  // force a recompute at the first render
+    for (auto& band : active_) band = ActiveBand{};
+}
+
+// RBJ audio-EQ cookbook biquads, normalised so that a0 = 1.
+Equalizer::Coefficients Equalizer::design(BandType type, double sampleRate, float frequency,
+                                          float gainDb) noexcept {
+    const double nyquistGuard = 0.49 * sampleRate;
+    const double f0 = std::clamp(static_cast<double>(frequency), 1.0, nyquistGuard);
+    const double w0 = 2.0 * std::numbers::pi * f0 / sampleRate;
+    const double cosw = std::cos(w0), sinw = std::sin(w0);
+    const double A = std::pow(10.0, static_cast<double>(gainDb) / 40.0);
+    double b0 = 1, b1 = 0, b2 = 0, a0 = 1, a1 = 0, a2 = 0;
+    switch (type) {
+        case BandType::HighPass: {
+            const double alpha = sinw / (2.0 * kButterworthQ);
+            b0 = (1.0 + cosw) / 2.0;
+            b1 = -(1.0 + cosw);
+            b2 = b0;
+            a0 = 1.0 + alpha;
+            a1 = -2.0 * cosw;
+            a2 = 1.0 - alpha;
+            break;
+        }
+        case BandType::LowPass: {
+            const double alpha = sinw / (2.0 * kButterworthQ);
+            b0 = (1.0 - cosw) / 2.0;
+            b1 = 1.0 - cosw;
+            b2 = b0;
+            a0 = 1.0 + alpha;
+            a1 = -2.0 * cosw;
+            a2 = 1.0 - alpha;
+            break;
+        }
+        case BandType::LowShelf: {
+            // Shelf slope S = 1: the steepest slope without overshoot.
+            const double alpha = sinw / 2.0 * std::sqrt(2.0);
+            const double twoSqrtAAlpha = 2.0 * std::sqrt(A) * alpha;
+            b0 = A * ((A + 1) - (A - 1) * cosw + twoSqrtAAlpha);
+            b1 = 2 * A * ((A - 1) - (A + 1) * cosw);
+            b2 = A * ((A + 1) - (A - 1) * cosw - twoSqrtAAlpha);
+            a0 = (A + 1) + (A - 1) * cosw + twoSqrtAAlpha;
+            a1 = -2 * ((A - 1) + (A + 1) * cosw);
+            a2 = (A + 1) + (A - 1) * cosw - twoSqrtAAlpha;
+            break;
+        }
+        case BandType::Peaking: {
+            const double alpha =
+                sinw * std::sinh(std::numbers::ln2 / 2.0 * kPeakingBandwidthOctaves * w0 / sinw);
+            b0 = 1.0 + alpha * A;
+            b1 = -2.0 * cosw;
+            b2 = 1.0 - alpha * A;
+            a0 = 1.0 + alpha / A;
+            a1 = -2.0 * cosw;
+            a2 = 1.0 - alpha / A;
+            break;
+        }
+    }
+    return {b0 / a0, b1 / a0, b2 / a0, a1 / a0, a2 / a0};
+}
+
+void Equalizer::refreshIfChanged() noexcept {
+    // The version is read before the settings: a write racing with this read
+    // bumps the version again and is picked up at the next render call.
+    const uint32_t version = version_.load(std::memory_order_acquire);
+    if (version == appliedVersion_) return;
+    appliedVersion_ = version;
+
+    for (int i = 0; i < kBands; ++i) {
+        const BandSettings settings = band(i);
+        auto& active = active_[static_cast<size_t>(i)];
+        const bool finite = std::isfinite(settings.frequency) && std::isfinite(settings.gainDb);
+        const bool bypass = settings.bypass || !finite;
+        if (active.bypass && !bypass) {
+            // Coming back from bypass: start from silence, not from a stale tail.
+            for (auto& channel : state_) channel[static_cast<size_t>(i)] = State{};
+        }
+        active.bypass = bypass;
+        if (!bypass) active.coefficients = design(bandType(i), sampleRate_, settings.frequency, settings.gainDb);
+    }
+    const float gainDb = globalGainDb_.load(std::memory_order_relaxed);
+    unityGain_ = gainDb == 0.0f || !std::isfinite(gainDb);
+    linearGain_ = unityGain_ ? 1.0f : static_cast<float>(std::pow(10.0, static_cast<double>(gainDb) / 20.0));
+}
+
+void Equalizer::process(BufferList& buffers, int frames) noexcept {
+    refreshIfChanged();
+    const int channels = std::min(buffers.count, kMaxChannels);
+    for (int ch = 0; ch < channels; ++ch) {
+        float* data = buffers.data[ch];
+        if (data == nullptr) continue;
+        for (int b = 0; b < kBands; ++b) {
+            const auto& active = active_[static_cast<size_t>(b)];
+            if (active.bypass) continue;
+            const Coefficients& c = active.coefficients;
+            State& s = state_[static_cast<size_t>(ch)][static_cast<size_t>(b)];
+            double z1 = s.z1, z2 = s.z2;
+            for (int i = 0; i < frames; ++i) {
+                const double x = data[i];
+                const double y = c.b0 * x + z1;
+                z1 = c.b1 * x - c.a1 * y + z2;
+                z2 = c.b2 * x - c.a2 * y;
+                data[i] = static_cast<float>(y);
+            }
+            // Flush denormal-range residue so a silent tail costs nothing.
+            if (std::fabs(z1) < 1e-30) z1 = 0.0;
+            if (std::fabs(z2) < 1e-30) z2 = 0.0;
+            s.z1 = z1;
+            s.z2 = z2;
+        }
+        if (!unityGain_) {
+            for (int i = 0; i < frames; ++i) data[i] *= linearGain_;
+        }
+    }
+}
+
+}  // namespace parlova

@@ -1,0 +1,80 @@
+#pragma once
+// Four-band tone shaping with fixed band types (RBJ biquads) and a global gain:
+//   band 0  high-pass, Butterworth (Q 0.7071)          - the low cut
+//   band 1  low shelf (200 Hz in the voice chain)      - body
+//   band 2  peaking, bandwidth 1.2 octaves (2400 Hz)   - presence
+//   band 3  low-pass, Butterworth (Q 0.7071)           - the high cut
+// Settings may be written from any thread at any time (atomics); the render
+// thread picks them up once per render call and recomputes coefficients only
+// when something changed. A bypassed band does not touch the signal; with every
+// band bypassed and 0 dB global gain the output is bit-identical to the input.
+#include "dsp/InPlaceEffectUnit.h"
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+
+namespace parlova {
+
+class Equalizer : public InPlaceEffectUnit {
+public:
+    static constexpr int kBands = 4;
+    enum class BandType { HighPass, LowShelf, Peaking, LowPass };
+    static constexpr float kButterworthQ = 0.7071f;
+    static constexpr float kPeakingBandwidthOctaves = 1.2f;
+
+    struct BandSettings {
+        float frequency;
+        float gainDb;
+        bool bypass;
+    };
+
+    Equalizer();
+
+    static BandType bandType(int index);
+
+    // Out-of-range indices are ignored (band() returns a bypassed default).
+    void setBand(int index, float frequencyHz, float gainDb, bool bypass);
+    BandSettings band(int index) const;
+
+    void setGlobalGain(float dB);
+    float globalGain() const { return globalGainDb_.load(std::memory_order_relaxed); }
+
+protected:
+    void prepare(const AudioFormat& format, int maxFrames) override;
+    void process(BufferList& buffers, int frames) noexcept override;
+
+private:
+    struct Coefficients {
+        double b0 = 1, b1 = 0, b2 = 0, a1 = 0, a2 = 0;
+    };
+    struct State {
+        double z1 = 0, z2 = 0;  // transposed direct form II
+    };
+    struct SharedBand {
+        std::atomic<float> frequency;
+        std::atomic<float> gainDb;
+        std::atomic<bool> bypass;
+    };
+    struct ActiveBand {
+        Coefficients coefficients;
+        bool bypass = true;
+    };
+
+    void refreshIfChanged() noexcept;
+    static Coefficients design(BandType type, double sampleRate, float frequency, float gainDb) noexcept;
+
+    std::array<SharedBand, kBands> shared_;
+    std::atomic<float> globalGainDb_{0.0f};
+    std::atomic<uint32_t> version_{1};
+
+    // Render-thread side.
+    double sampleRate_ = 48000.0;
+    uint32_t appliedVersion_ = 0;
+    std::array<ActiveBand, kBands> active_{};
+    float linearGain_ = 1.0f;
+    bool unityGain_ = true;
+    std::array<std::array<State, kBands>, kMaxChannels> state_{};
+};
+
+}  // namespace parlova
