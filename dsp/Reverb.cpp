@@ -1,0 +1,159 @@
+#include "dsp/Reverb.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace parlova {
+
+namespace {
+// Tunings in samples at 44.1 kHz, scaled to the prepared rate. The comb lengths
+// (18 to 29 ms) are mutually prime so their echoes do not pile up; the right
+// side uses its own set for a decorrelated stereo image.
+constexpr int kCombTuning[2][Reverb::kCombs] = {
+    {797, 863, 929, 1009, 1063, 1129, 1201, 1277},
+    {821, 887, 953, 1031, 1091, 1151, 1223, 1297},
+};
+constexpr int kAllpassTuning[2][Reverb::kAllpasses] = {
+    {139, 263, 379, 487},
+    {151, 271, 389, 503},
+};
+// Early reflections: delay in samples at 44.1 kHz (3 to 23 ms) and gain.
+constexpr int kEarlyTuning[2][Reverb::kEarlyTaps] = {
+    {131, 307, 479, 661, 829, 1013},
+    {173, 353, 523, 701, 877, 997},
+};
+constexpr float kEarlyGain[Reverb::kEarlyTaps] = {0.55f, 0.42f, 0.35f, 0.27f, 0.21f, 0.16f};
+constexpr double kTuningRate = 44100.0;
+constexpr float kAllpassFeedback = 0.5f;
+constexpr float kDamping = 0.3f;        // share of the low-pass in each comb loop
+constexpr float kTailInputGain = 0.05f; // keeps the wet level near the dry level
+constexpr float kEarlyLevel = 0.35f;
+
+int scaled(int samples, double sampleRate) {
+    return std::max(1, static_cast<int>(std::lround(samples * sampleRate / kTuningRate)));
+}
+}  // namespace
+
+void Reverb::setWetDryMix(float percent) {
+    if (!std::isfinite(percent)) percent = 0.0f;
+    mixPercent_.store(std::clamp(percent, 0.0f, 100.0f), std::memory_order_relaxed);
+}
+
+void Reverb::prepare(const AudioFormat& format, int maxFrames) {
+    const double rate = format.sampleRate > 0.0 ? format.sampleRate : 48000.0;
+    int longestEarly = 1;
+    for (int s = 0; s < kSides; ++s) {
+        Side& side = sides_[static_cast<size_t>(s)];
+        for (int c = 0; c < kCombs; ++c) {
+            Comb& comb = side.combs[static_cast<size_t>(c)];
+            const int length = scaled(kCombTuning[s][c], rate);
+            comb.line.buffer.assign(static_cast<size_t>(length), 0.0f);
+            // Each pass through the loop loses 60 dB * length / (decay * rate).
+            comb.feedback = static_cast<float>(std::pow(10.0, -3.0 * length / (kDecaySeconds * rate)));
+        }
+        for (int a = 0; a < kAllpasses; ++a)
+            side.allpasses[static_cast<size_t>(a)].buffer.assign(static_cast<size_t>(scaled(kAllpassTuning[s][a], rate)), 0.0f);
+        for (int t = 0; t < kEarlyTaps; ++t) {
+            side.earlyTaps[static_cast<size_t>(t)] = scaled(kEarlyTuning[s][t], rate);
+            longestEarly = std::max(longestEarly, side.earlyTaps[static_cast<size_t>(t)]);
+        }
+        wet_[s].assign(static_cast<size_t>(std::max(maxFrames, 1)), 0.0f);
+    }
+    early_.buffer.assign(static_cast<size_t>(longestEarly + 1), 0.0f);
+    clearState();
+    appliedMix_ = mixPercent_.load(std::memory_order_relaxed) / 100.0f;
+    prepared_ = true;
+}
+
+void Reverb::clearState() noexcept {
+    for (Side& side : sides_) {
+        for (Comb& comb : side.combs) {
+            std::fill(comb.line.buffer.begin(), comb.line.buffer.end(), 0.0f);
+            comb.line.position = 0;
+            comb.damped = 0.0f;
+        }
+        for (DelayLine& line : side.allpasses) {
+            std::fill(line.buffer.begin(), line.buffer.end(), 0.0f);
+            line.position = 0;
+        }
+    }
+    std::fill(early_.buffer.begin(), early_.buffer.end(), 0.0f);
+    early_.position = 0;
+}
+
+void Reverb::renderWet(float input, float& left, float& right) noexcept {
+    // Input history for the early reflections; position is the newest sample.
+    const int historySize = static_cast<int>(early_.buffer.size());
+    early_.buffer[static_cast<size_t>(early_.position)] = input;
+
+    float out[kSides];
+    for (int s = 0; s < kSides; ++s) {
+        Side& side = sides_[static_cast<size_t>(s)];
+        float early = 0.0f;
+        for (int t = 0; t < kEarlyTaps; ++t) {
+            int at = early_.position - side.earlyTaps[static_cast<size_t>(t)];
+            if (at < 0) at += historySize;
+            early += kEarlyGain[t] * early_.buffer[static_cast<size_t>(at)];
+        }
+
+        // The tail is fed from the input and the early reflections together.
+        const float tailInput = (input + early * 0.5f) * kTailInputGain;
+        float tail = 0.0f;
+        for (Comb& comb : side.combs) {
+            float& slot = comb.line.buffer[static_cast<size_t>(comb.line.position)];
+            const float delayed = slot;
+            comb.damped = delayed * (1.0f - kDamping) + comb.damped * kDamping;
+            slot = tailInput + comb.damped * comb.feedback;
+            if (++comb.line.position == static_cast<int>(comb.line.buffer.size())) comb.line.position = 0;
+            tail += delayed;
+        }
+        for (DelayLine& line : side.allpasses) {
+            float& slot = line.buffer[static_cast<size_t>(line.position)];
+            const float delayed = slot;
+            slot = tail + delayed * kAllpassFeedback;
+            tail = delayed - tail;
+            if (++line.position == static_cast<int>(line.buffer.size())) line.position = 0;
+        }
+        out[s] = tail + early * kEarlyLevel;
+    }
+    if (++early_.position == historySize) early_.position = 0;
+    left = out[0];
+    right = out[1];
+}
+
+void Reverb::process(BufferList& buffers, int frames) noexcept {
+    const float target = mixPercent_.load(std::memory_order_relaxed) / 100.0f;
+    const float start = appliedMix_;
+    appliedMix_ = target;
+    if (!prepared_ || frames <= 0 || frames > static_cast<int>(wet_[0].size())) return;
+    if (start == 0.0f && target == 0.0f) return;  // dry only: leave the input untouched
+    if (start == 0.0f) clearState();              // a fresh room, not a stale tail
+
+    const int channels = std::min(buffers.count, kMaxChannels);
+    int present = 0;
+    for (int ch = 0; ch < channels; ++ch) present += buffers.data[ch] != nullptr ? 1 : 0;
+    if (present == 0) return;
+
+    float* wetLeft = wet_[0].data();
+    float* wetRight = wet_[1].data();
+    for (int i = 0; i < frames; ++i) {
+        float sum = 0.0f;
+        for (int ch = 0; ch < channels; ++ch)
+            if (buffers.data[ch] != nullptr) sum += buffers.data[ch][i];
+        renderWet(sum / static_cast<float>(present), wetLeft[i], wetRight[i]);
+    }
+
+    // The mix glides from the last block's value to the new one over the block.
+    const float step = (target - start) / static_cast<float>(frames);
+    for (int ch = 0; ch < channels; ++ch) {
+        float* data = buffers.data[ch];
+        if (data == nullptr) continue;
+        const float* wet = (ch % 2 == 0) ? wetLeft : wetRight;
+        for (int i = 0; i < frames; ++i) {
+            const float mix = i + 1 == frames ? target : start + step * static_cast<float>(i + 1);
+            data[i] = data[i] * (1.0f - mix) + wet[i] * mix;
+        }
+    }
+}
+
+}  // namespace parlova

@@ -1,0 +1,108 @@
+#include "dsp/Reverb.h"
+
+#include "DspTestSignals.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using namespace parlova;
+namespace ts = parlova::testsignals;
+
+namespace {
+
+std::unique_ptr<Reverb> preparedReverb(double rate = 48000.0, float mix = 100.0f) {
+    auto reverb = std::make_unique<Reverb>();
+    reverb->setFormat({rate, 2});
+    reverb->setWetDryMix(mix);
+    reverb->allocateRenderResources();
+    return reverb;
+}
+
+// Impulse response of one output channel at 100% wet.
+std::vector<float> impulseResponse(double rate, size_t channel = 0) {
+    auto reverb = preparedReverb(rate);
+    ts::Channels in(2, static_cast<size_t>(rate));
+    in[0][0] = in[1][0] = 1.0f;
+    return ts::renderThrough(*reverb, in)[channel];
+}
+
+// Decay time to -60 dB, extrapolated from the -5..-25 dB stretch of the
+// backward-integrated energy curve.
+double decaySeconds(const std::vector<float>& response, double rate) {
+    std::vector<double> energy(response.size() + 1, 0.0);
+    for (size_t i = response.size(); i-- > 0;) energy[i] = energy[i + 1] + double(response[i]) * response[i];
+    size_t at5 = 0, at25 = 0;
+    for (size_t i = 0; i < response.size(); ++i) {
+        const double db = 10.0 * std::log10(energy[i] / energy[0] + 1e-30);
+        if (at5 == 0 && db <= -5.0) at5 = i;
+        if (at25 == 0 && db <= -25.0) at25 = i;
+    }
+    return 3.0 * static_cast<double>(at25 - at5) / rate;
+}
+
+}  // namespace
+
+TEST(Reverb, ZeroMixIsBitIdenticalAndTheMixIsClamped) {
+    auto reverb = preparedReverb(48000.0, 0.0f);
+    ts::Channels in(2, 48000);
+    in[0] = ts::noise(48000, 0.7f, 3);
+    in[1] = ts::sine(500, 48000, 48000);
+    auto out = ts::renderThrough(*reverb, in);
+    for (size_t c = 0; c < 2; ++c)
+        EXPECT_EQ(std::memcmp(out[c].data(), in[c].data(), 48000 * sizeof(float)), 0);
+
+    // Back to dry after a wet stretch: identical again once the mix has glided to 0.
+    reverb->setWetDryMix(40.0f);
+    ts::renderThrough(*reverb, in);
+    reverb->setWetDryMix(0.0f);
+    out = ts::renderThrough(*reverb, in);
+    EXPECT_EQ(std::memcmp(out[0].data() + 512, in[0].data() + 512, (48000 - 512) * sizeof(float)), 0);
+
+    reverb->setWetDryMix(250.0f);
+    EXPECT_EQ(reverb->wetDryMix(), 100.0f);
+    reverb->setWetDryMix(-5.0f);
+    EXPECT_EQ(reverb->wetDryMix(), 0.0f);
+}
+
+TEST(Reverb, SmallRoomTailDecaysInUnderHalfASecond) {
+    for (double rate : {44100.0, 48000.0, 96000.0}) {
+        const auto response = impulseResponse(rate);
+        const double decay = decaySeconds(response, rate);
+        EXPECT_GT(decay, 0.25) << rate;
+        EXPECT_LT(decay, 0.6) << rate;
+        // The room answers within a few milliseconds and is silent a second later.
+        const size_t fiveMs = static_cast<size_t>(rate * 0.005);
+        EXPECT_GT(ts::peak(std::vector<float>(response.begin(), response.begin() + static_cast<long>(fiveMs))), 0.01);
+        const double late = ts::rms(response.data() + static_cast<size_t>(rate * 0.8), static_cast<size_t>(rate * 0.2));
+        const double early = ts::rms(response.data(), static_cast<size_t>(rate * 0.1));
+        EXPECT_LT(ts::toDb(late / early), -50.0) << rate;
+    }
+}
+
+TEST(Reverb, SidesAreDecorrelatedAndTheWetLevelMatchesTheDry) {
+    auto reverb = preparedReverb();
+    ts::Channels in(2, 96000);
+    in[0] = ts::noise(96000, 0.5f, 5);
+    in[1] = in[0];  // identical sides in
+    auto out = ts::renderThrough(*reverb, in);
+    double lr = 0, ll = 0, rr = 0;
+    for (size_t i = 48000; i < 96000; ++i) {
+        lr += double(out[0][i]) * out[1][i];
+        ll += double(out[0][i]) * out[0][i];
+        rr += double(out[1][i]) * out[1][i];
+    }
+    EXPECT_LT(std::fabs(lr / std::sqrt(ll * rr)), 0.3);
+    const double level = ts::toDb(ts::rms(out[0], 48000) / ts::rms(in[0], 48000));
+    EXPECT_GT(level, -6.0);
+    EXPECT_LT(level, 3.0);
+}
+
+TEST(Reverb, HalfMixBlendsDryAndWet) {
+    auto reverb = preparedReverb(48000.0, 50.0f);
+    ts::Channels in(2, 4800);
+    in[0][0] = in[1][0] = 1.0f;
+    auto out = ts::renderThrough(*reverb, in);
+    EXPECT_NEAR(out[0][0], 0.5f, 0.01f);  // half of the direct sound, the room starts later
+    EXPECT_GT(ts::rms(out[0], 100), 0.0);
+}
