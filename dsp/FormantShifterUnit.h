@@ -1,0 +1,59 @@
+#pragma once
+// Shifts pitch and, independently, formants; with a target pitch it shifts by
+// whatever brings the talker's typical pitch (from the tracker) onto the target.
+#include "dsp/InPlaceEffectUnit.h"
+#include "dsp/PitchTracker.h"
+#include "dsp/shifter/parlova_shifter.h"
+
+#include <atomic>
+#include <vector>
+
+namespace parlova {
+
+class FormantShifterUnit : public InPlaceEffectUnit {
+public:
+    static constexpr const char* kSubtype = "frmt";
+    static constexpr const char* kName = "Formant Shifter";
+    // Auto pitch never moves a voice by more than this many semitones.
+    static constexpr float kAutoLimit = 14.0f;
+    // Formants follow this share of the automatic shift.
+    static constexpr float kAutoFormantShare = 0.25f;
+
+    FormantShifterUnit() = default;
+    ~FormantShifterUnit() override;
+
+    // Written by the chain's modulation at any time; read once per render.
+    std::atomic<float> pitchSemitones{0};
+    std::atomic<float> targetHz{0};
+    std::atomic<float> vibratoSemitones{0};
+    std::atomic<float> formantSemitones{0};
+    // Written by the render thread: the tracker's last smoothed pitch, 0 = none yet.
+    std::atomic<float> detectedHz{0};
+
+    void deallocateRenderResources() override;
+
+    struct Shift {
+        float pitch;
+        float formant;
+    };
+    // The pitch and formant shift for the given settings and detected pitch.
+    static Shift shiftFor(float pitchSemitones, float vibratoSemitones, float formantSemitones, float targetHz,
+                          float detectedHz);
+
+protected:
+    void prepare(const AudioFormat& format, int maxFrames) override;
+    void process(BufferList& buffers, int frames) noexcept override;
+
+private:
+    void release();
+
+    PitchTracker tracker_;
+    ParlovaShifter* shifter_ = nullptr;
+    std::vector<std::vector<float>> scratch_;
+    std::vector<const float*> inputPointers_;
+    std::vector<float*> outputPointers_;
+};
+
+static_assert(std::atomic<float>::is_always_lock_free);
+
+}  // namespace parlova

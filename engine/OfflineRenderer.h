@@ -1,0 +1,27 @@
+#pragma once
+// Renders a whole audio file through a voice into another file, faster than
+// real time: 256-frame blocks, vibrato and tremolo following the rendered time,
+// and a 0.8 s tail so the reverb rings out.
+#include "voices/Voice.h"
+
+#include <functional>
+#include <string>
+
+namespace parlova {
+
+inline constexpr int kRenderBlockFrames = 256;
+inline constexpr double kRenderTailSeconds = 0.8;
+inline constexpr const char* kRendererErrorMessage = "The audio renderer reported an error.";
+
+// Fraction done, 0 to 1; return false to cancel (the render then throws).
+using RenderProgress = std::function<bool(double fraction)>;
+
+// Throws VoiceEngineError with a finished sentence on any failure. The output
+// has the source's rate and channel count; its type follows the extension.
+void renderOffline(const std::string& source, const std::string& destination, const Voice& voice,
+                   const RenderProgress& progress = {});
+
+// Frames an offline render of `sourceFrames` at `sampleRate` produces.
+long long renderedLength(long long sourceFrames, double sampleRate);
+
+}  // namespace parlova

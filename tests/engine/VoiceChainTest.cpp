@@ -1,0 +1,170 @@
+// The chain's mapping of a voice onto its units, the modulation formulas at
+// chosen times, and what the chain does to real audio.
+#include "engine/ActiveChains.h"
+#include "engine/VoiceChain.h"
+#include "engine/VoiceEngine.h"
+#include "support/Analysis.h"
+#include "support/MemorySource.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+#include <set>
+#include <thread>
+
+using namespace parlova;
+
+namespace {
+
+constexpr double kRate = 48000;
+
+struct ChainFixture {
+    testaudio::MemorySource source;
+    VoiceChain chain;
+    explicit ChainFixture(const Voice& voice, std::vector<float> input = std::vector<float>(48000, 0.0f))
+        : source({std::move(input)}), chain(voice, &source, {kRate, 1}) {}
+
+    // Renders `frames` in 256-frame blocks, modulating by rendered time.
+    std::vector<std::vector<float>> render(size_t frames) {
+        std::vector<std::vector<float>> out(2, std::vector<float>(frames));
+        for (size_t at = 0; at < frames; at += 256) {
+            const int n = static_cast<int>(std::min<size_t>(256, frames - at));
+            chain.modulate(static_cast<double>(at) / kRate);
+            BufferList list;
+            list.count = 2;
+            list.data[0] = out[0].data() + at;
+            list.data[1] = out[1].data() + at;
+            EXPECT_EQ(chain.render(list, n), status::ok);
+        }
+        return out;
+    }
+};
+
+}  // namespace
+
+TEST(VoiceChain, ToneBandsFollowTheBypassRules) {
+    Voice v = Voice::natural();
+    ChainFixture f(v);
+    auto band = [&](int i) { return f.chain.eq().band(i); };
+
+    for (auto [lowCut, frequency, bypassed] : {std::tuple{10.0f, 20.0f, true}, {22.0f, 22.0f, true},
+                                               {25.0f, 25.0f, true}, {26.0f, 26.0f, false}}) {
+        v.lowCut = lowCut;
+        f.chain.apply(v);
+        EXPECT_EQ(band(0).frequency, frequency) << lowCut;
+        EXPECT_EQ(band(0).bypass, bypassed) << lowCut;
+    }
+    v.highCut = 19000;
+    f.chain.apply(v);
+    EXPECT_TRUE(band(3).bypass);
+    v.highCut = 18999;
+    f.chain.apply(v);
+    EXPECT_FALSE(band(3).bypass);
+    EXPECT_EQ(band(3).frequency, 18999.0f);
+
+    v.body = 0;
+    v.presence = -0.0f;
+    f.chain.apply(v);
+    EXPECT_TRUE(band(1).bypass);
+    EXPECT_TRUE(band(2).bypass);
+    v.body = 0.01f;
+    v.presence = -1;
+    v.gain = 6;
+    f.chain.apply(v);
+    EXPECT_FALSE(band(1).bypass);
+    EXPECT_EQ(band(1).gainDb, 0.01f);
+    EXPECT_EQ(band(1).frequency, 200.0f);
+    EXPECT_FALSE(band(2).bypass);
+    EXPECT_EQ(band(2).frequency, 2400.0f);
+    EXPECT_EQ(f.chain.eq().globalGain(), 6.0f);
+}
+
+TEST(VoiceChain, VibratoAndTremoloFollowTheirFormulasAtChosenTimes) {
+    Voice v = Voice::builtIns()[0];  // 650 cents, vibrato 30 cents at 5.5 Hz, tremolo 0.12 at 5.5 Hz
+    ChainFixture f(v);
+    for (double t : {0.0, 0.01, 0.123, 1.0, 7.77}) {
+        const double w = 2 * std::numbers::pi * 5.5;
+        const double wave = (std::sin(w * t) + 0.35 * std::sin(0.37 * w * t + 1.3)) / 1.35;
+        const float expectedPitch = 650.0f + 30.0f * static_cast<float>(wave);
+        const float expectedVolume = static_cast<float>(1 - 0.12 * 0.5 * (std::sin(w * t) + 1));
+        f.chain.modulate(t);
+        EXPECT_NEAR(f.chain.shifter().pitchSemitones.load(), expectedPitch / 100, 1e-6) << t;
+        EXPECT_NEAR(f.chain.shifter().vibratoSemitones.load(), (expectedPitch - 650) / 100, 1e-6) << t;
+        EXPECT_NEAR(f.chain.output().volume.load(), expectedVolume, 1e-6) << t;
+    }
+    EXPECT_EQ(f.chain.shifter().formantSemitones.load(), 3.5f);
+    EXPECT_EQ(f.chain.grain().amount.load(), 0.15f);
+
+    // The vibrato's peak stays within its stated depth.
+    float highest = -1e9f;
+    for (double t = 0; t < 20; t += 0.001) highest = std::max(highest, VoiceChain::momentaryPitch(v, t));
+    EXPECT_LE(highest, 680.0f);
+    EXPECT_GT(highest, 675.0f);
+
+    v.vibratoDepth = 0;
+    v.tremoloDepth = 1;
+    f.chain.apply(v);
+    EXPECT_EQ(f.chain.shifter().vibratoSemitones.load(), 0.0f);
+    EXPECT_EQ(f.chain.shifter().pitchSemitones.load(), 6.5f);
+    EXPECT_FLOAT_EQ(f.chain.output().volume.load(), 0.5f);  // t = 0: 1 - depth/2
+    EXPECT_NEAR(VoiceChain::tremoloVolume(v, 0.25 / 5.5), 0.0f, 1e-6);
+    EXPECT_NEAR(VoiceChain::tremoloVolume(v, 0.75 / 5.5), 1.0f, 1e-6);
+}
+
+TEST(VoiceChain, NaturalVoiceKeepsPitchAndLevel) {
+    const auto input = analysis::sawtooth(180, 2.0, kRate, 0.3f);
+    ChainFixture f(Voice::natural(), input);
+    const auto out = f.render(input.size());
+    const size_t from = static_cast<size_t>(kRate), count = static_cast<size_t>(0.8 * kRate);
+    EXPECT_NEAR(analysis::cents(analysis::fundamental(out[0], kRate, from, count), 180), 0.0, 3.0);
+    double inPower = 0, outPower = 0;
+    for (size_t i = from; i < from + count; ++i) {
+        inPower += input[i] * input[i];
+        outPower += out[0][i] * out[0][i];
+    }
+    EXPECT_NEAR(10 * std::log10(outPower / inPower), 0.0, 1.0);
+}
+
+TEST(VoiceChain, OldLadyRaisesPitchAndStaysUnderFullScale) {
+    const auto input = analysis::sawtooth(150, 3.0, kRate, 0.5f);
+    Voice v = Voice::builtIns()[0];
+    v.vibratoDepth = 0;  // a steady pitch to measure
+    ChainFixture f(v, input);
+    const auto out = f.render(input.size());
+    const double hz = analysis::fundamental(out[0], kRate, static_cast<size_t>(1.5 * kRate), static_cast<size_t>(kRate));
+    EXPECT_NEAR(analysis::cents(hz, 150), 650.0, 15.0);
+    for (const auto& channel : out)
+        for (float s : channel) ASSERT_LE(std::fabs(s), 1.0f);
+}
+
+TEST(VoiceChain, ModulatorDrivesActiveChainsAndBypassSwapsTheVoice) {
+    QTemporaryDir dir;
+    QSettings settings(dir.filePath("s.ini"), QSettings::IniFormat);
+    VoiceEngine engine(&settings);
+    testaudio::MemorySource source({std::vector<float>(16, 0.0f)});
+    auto chain = std::make_shared<VoiceChain>(Voice::natural(), &source, AudioFormat{kRate, 1});
+    engine.activeChains().setPlay(chain);
+
+    Voice lady = Voice::builtIns()[0];
+    engine.set(lady);
+    EXPECT_EQ(chain->voice(), lady);
+    engine.setBypass(true);
+    EXPECT_EQ(chain->voice(), Voice::natural());
+    lady.pitch = 100;
+    engine.set(lady);  // still natural while bypassed
+    EXPECT_EQ(chain->voice(), Voice::natural());
+    engine.setBypass(false);
+    EXPECT_EQ(chain->voice(), lady);
+
+    // The modulator's 5 ms ticks reach the chain: the vibrato moves the pitch.
+    std::set<float> seen;
+    for (int i = 0; i < 40; ++i) {
+        seen.insert(chain->shifter().pitchSemitones.load());
+        std::this_thread::sleep_for(std::chrono::milliseconds(6));
+    }
+    EXPECT_GT(seen.size(), 5u);
+    engine.activeChains().setPlay(nullptr);
+}

@@ -1,0 +1,114 @@
+#include "voices/VoiceStore.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace parlova;
+
+namespace {
+
+class VoiceStoreTest : public ::testing::Test {
+protected:
+    QTemporaryDir dir;
+    std::unique_ptr<QSettings> settings() {
+        return std::make_unique<QSettings>(dir.filePath("settings.ini"), QSettings::IniFormat);
+    }
+    void store(const QByteArray& data) {
+        auto s = settings();
+        s->setValue(VoiceStore::kSettingsKey, data);
+        s->sync();
+    }
+    bool hasEntry() { return settings()->contains(VoiceStore::kSettingsKey); }
+};
+
+}  // namespace
+
+TEST_F(VoiceStoreTest, FirstStartGivesStartingVoicesAndWritesNothing) {
+    auto s = settings();
+    VoiceStore voices(s.get());
+    ASSERT_EQ(voices.voices().size(), 2u);
+    EXPECT_EQ(voices.voices()[0].name, "Old Lady");
+    EXPECT_EQ(voices.voices()[1].name, "Middle-Aged Man");
+    EXPECT_FALSE(hasEntry());
+}
+
+TEST_F(VoiceStoreTest, DamagedOrEmptyEntriesFallBackWithoutRewriting) {
+    QByteArray missingGrain = encodeVoices(Voice::builtIns());
+    missingGrain.replace(",\"grain\":0.15", "");
+    for (const QByteArray& data : {QByteArray("[]"), QByteArray("{not json"), QByteArray("\xff\xfe garbage"),
+                                   missingGrain, QByteArray("[1,2]")}) {
+        store(data);
+        auto s = settings();
+        VoiceStore voices(s.get());
+        ASSERT_EQ(voices.voices().size(), 2u) << data.constData();
+        EXPECT_EQ(voices.voices()[0].name, "Old Lady");
+        EXPECT_EQ(settings()->value(VoiceStore::kSettingsKey).toByteArray(), data);  // untouched
+    }
+}
+
+TEST_F(VoiceStoreTest, EveryChangeIsSavedAndReloads) {
+    {
+        auto s = settings();
+        VoiceStore voices(s.get());
+        auto list = voices.voices();
+        list[0].name = "Granny";
+        list[0].pitch = 500;
+        voices.setVoices(list);
+    }
+    auto s = settings();
+    VoiceStore reloaded(s.get());
+    EXPECT_EQ(reloaded.voices()[0].name, "Granny");
+    EXPECT_EQ(reloaded.voices()[0].pitch, 500.0f);
+    EXPECT_EQ(reloaded.voices()[0].presetKey, QString("oldLady"));
+}
+
+TEST_F(VoiceStoreTest, DuplicateInsertsAnEditableCopyAfterItsSource) {
+    auto s = settings();
+    VoiceStore voices(s.get());
+    const Voice lady = voices.voices()[0];
+    const Voice copy = voices.duplicate(lady);
+    EXPECT_EQ(copy.name, "Old Lady Copy");
+    EXPECT_EQ(copy.emoji, QString::fromUtf8("\U0001F399\uFE0F"));
+    EXPECT_FALSE(copy.presetKey.has_value());
+    EXPECT_NE(copy.id, lady.id);
+    EXPECT_EQ(copy.pitch, lady.pitch);
+    ASSERT_EQ(voices.voices().size(), 3u);
+    EXPECT_EQ(voices.voices()[1].id, copy.id);
+    EXPECT_EQ(voices.duplicate(copy).name, "Old Lady Copy Copy");
+    EXPECT_TRUE(hasEntry());
+
+    // The last voice, or one no longer in the list, is copied to the end.
+    voices.duplicate(voices.voices().back());
+    Voice stranger = lady;
+    stranger.id = QUuid::createUuid();
+    voices.duplicate(stranger);
+    EXPECT_EQ(voices.voices().size(), 6u);
+    EXPECT_EQ(voices.voices().back().name, "Old Lady Copy");
+}
+
+TEST_F(VoiceStoreTest, ResetAndDeleteFollowTheStartingVoiceRules) {
+    auto s = settings();
+    VoiceStore voices(s.get());
+    const Voice copy = voices.duplicate(voices.voices()[1]);
+    s->remove(VoiceStore::kSettingsKey);
+
+    voices.remove(voices.voices()[0]);  // starting voice: nothing, no write
+    voices.reset(copy);                 // user voice: nothing, no write
+    EXPECT_EQ(voices.voices().size(), 3u);
+    EXPECT_FALSE(s->contains(VoiceStore::kSettingsKey));
+
+    auto list = voices.voices();
+    const QUuid ladyId = list[0].id;
+    list[0].name = "Edited";
+    list[0].formant = -7;
+    voices.setVoices(list);
+    voices.reset(voices.voices()[0]);
+    EXPECT_EQ(voices.voices()[0].name, "Old Lady");
+    EXPECT_EQ(voices.voices()[0].formant, 3.5f);
+    EXPECT_EQ(voices.voices()[0].id, ladyId);
+
+    voices.remove(copy);
+    ASSERT_EQ(voices.voices().size(), 2u);
+    EXPECT_EQ(voices.voices()[1].name, "Middle-Aged Man");
+}
