@@ -12,6 +12,7 @@ import math
 import os
 import shutil
 import subprocess
+import threading
 from pathlib import Path
 
 import numpy as np
@@ -27,8 +28,12 @@ MODEL_RATE = 24000
 _RESAMPLE_PIECE = 1 << 20
 
 
+def _shorten(text: str, most: int = 120) -> str:
+    return text if len(text) <= most else text[: most - 1] + "…"
+
+
 def _display_name(path: str) -> str:
-    return Path(path).name or path
+    return _shorten(Path(path).name or path, 80)
 
 
 def read_audio(path: str, sample_rate: int = MODEL_RATE, what: str = "audio file", hint: str = "") -> np.ndarray:
@@ -38,9 +43,13 @@ def read_audio(path: str, sample_rate: int = MODEL_RATE, what: str = "audio file
     instance) goes through ffmpeg when it is installed.
     """
     p = Path(path)
-    if not p.exists():
-        raise RequestError(f"The {what} “{_display_name(path)}” is missing ({path}).{hint}")
-    if p.is_dir():
+    try:
+        exists, folder = p.exists(), p.is_dir()
+    except OSError as e:
+        raise RequestError(f"The {what} “{_display_name(path)}” can't be opened: {e.strerror or e}.") from None
+    if not exists:
+        raise RequestError(f"The {what} “{_display_name(path)}” is missing ({_shorten(path)}).{hint}")
+    if folder:
         raise RequestError(f"The {what} “{_display_name(path)}” is a folder, not an audio file.")
     try:
         import soundfile as sf
@@ -58,7 +67,7 @@ def read_audio(path: str, sample_rate: int = MODEL_RATE, what: str = "audio file
 
 def _read_with_ffmpeg(p: Path, sample_rate: int, what: str) -> np.ndarray:
     unreadable = RequestError(
-        f"Couldn't read the {what} “{p.name}”: it isn't an audio file that can be opened."
+        f"Couldn't read the {what} “{_display_name(str(p))}”: it isn't an audio file that can be opened."
     )
     ffmpeg = shutil.which("ffmpeg")
     if ffmpeg is None:
@@ -86,8 +95,10 @@ def write_wav(path: str, audio: np.ndarray, sample_rate: int) -> None:
     try:
         target.parent.mkdir(parents=True, exist_ok=True)
     except OSError as e:
-        raise RequestError(f"Couldn't create the folder for {target.name}: {e.strerror or e}.") from None
-    temporary = target.with_name(f".{target.name}.{os.getpid()}.part")
+        raise RequestError(
+            f"Couldn't create the folder for {_display_name(str(target))}: {e.strerror or e}."
+        ) from None
+    temporary = target.with_name(f".parlova-{os.getpid()}-{threading.get_ident()}.part")
     clipped = np.clip(np.nan_to_num(audio), -1.0, 1.0)
     try:
         sf.write(str(temporary), clipped, int(sample_rate), subtype="PCM_16", format="WAV")
@@ -98,7 +109,7 @@ def write_wav(path: str, audio: np.ndarray, sample_rate: int) -> None:
         except OSError:
             pass
         reason = getattr(e, "strerror", None) or str(e) or type(e).__name__
-        raise RequestError(f"Couldn't write the audio file {target}: {reason}.") from None
+        raise RequestError(f"Couldn't write the audio file {_shorten(str(target))}: {reason}.") from None
 
 
 def resample(x: np.ndarray, rate_in: int, rate_out: int) -> np.ndarray:
