@@ -10,7 +10,7 @@ FormantShifterUnit::~FormantShifterUnit() { release(); }
 
 void FormantShifterUnit::prepare(const AudioFormat& format, int maxFrames) {
     release();
-    const int channels = std::clamp(format.channels, 1, kMaxChannels);
+    const int channels = identicalChannels_ ? 1 : std::clamp(format.channels, 1, kMaxChannels);
     shifter_ = parlova_shifter_create(channels, format.sampleRate);
     tracker_.reset(format.sampleRate);
     scratch_.assign(static_cast<size_t>(channels), std::vector<float>(static_cast<size_t>(maxFrames), 0.0f));
@@ -66,6 +66,10 @@ void FormantShifterUnit::process(BufferList& buffers, int frames) noexcept {
                                  targetHz.load(std::memory_order_relaxed), detected);
     parlova_shifter_set(shifter_, shift.pitch, shift.formant);
     parlova_shifter_process(shifter_, inputPointers_.data(), outputPointers_.data(), frames);
+    if (identicalChannels_)
+        for (int ch = 1; ch < buffers.count; ++ch)
+            if (buffers.data[ch] != nullptr)
+                std::memcpy(buffers.data[ch], buffers.data[0], static_cast<size_t>(frames) * sizeof(float));
 }
 
 }  // namespace parlova

@@ -32,6 +32,11 @@ public:
 
     void deallocateRenderResources() override;
 
+    // When every channel carries the same signal (a mono source fanned out),
+    // shift the first channel only and copy it: identical output at half the
+    // cost. Takes effect at the next allocateRenderResources().
+    void setIdenticalChannels(bool identical) { identicalChannels_ = identical; }
+
     struct Shift {
         float pitch;
         float formant;
@@ -47,6 +52,7 @@ protected:
 private:
     void release();
 
+    bool identicalChannels_ = false;
     PitchTracker tracker_;
     ParlovaShifter* shifter_ = nullptr;
     std::vector<std::vector<float>> scratch_;

@@ -65,6 +65,8 @@ VoiceChain::VoiceChain(const Voice& voice, AudioSource* source, const AudioForma
       format_{sourceFormat.sampleRate, 2},
       maxFrames_(maxFrames) {
     converter_.prepare(source, sourceFormat.channels, maxFrames);
+    // A mono source reaches the shifter as two identical channels.
+    shifter_->setIdenticalChannels(sourceFormat.channels == 1);
     InPlaceEffectUnit* units[] = {shifter_.get(), grain_.get(), eq_.get(), reverb_.get(), limiter_.get(), output_.get()};
     AudioSource* previous = &converter_;
     for (InPlaceEffectUnit* unit : units) {
