@@ -1,0 +1,396 @@
+// The device list: its rules over hand-made server snapshots (the cable's name
+// rules, hidden monitors and loopbacks, order, UIDs, speakers), then the same
+// rules and the event delivery against the private sound server.
+#include "devices/AudioDeviceList.h"
+#include "devices/PulseTestServer.h"
+
+#include <QCoreApplication>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+using namespace parlova;
+using parlova::pulse::ServerSnapshot;
+using parlova::pulse::SinkInfo;
+using parlova::pulse::SourceInfo;
+using parlova::testpulse::PrivateServer;
+
+namespace {
+
+// A null sink with its monitor, as the server reports one.
+void addSink(ServerSnapshot& snap, uint32_t index, const std::string& name, const std::string& description,
+             int channels = 2, const std::string& formFactor = "") {
+    SinkInfo sink;
+    sink.index = index;
+    sink.name = name;
+    sink.description = description;
+    sink.channels = channels;
+    sink.rate = 48000;
+    sink.monitorSource = 100 + index;
+    sink.formFactor = formFactor;
+    snap.sinks.push_back(sink);
+    SourceInfo monitor;
+    monitor.index = 100 + index;
+    monitor.name = name + ".monitor";
+    monitor.description = "Monitor of " + description;
+    monitor.channels = channels;
+    monitor.monitorOfSink = index;
+    snap.sources.push_back(monitor);
+}
+
+void addSource(ServerSnapshot& snap, uint32_t index, const std::string& name, const std::string& description,
+               const std::string& master = "", int channels = 1) {
+    SourceInfo src;
+    src.index = index;
+    src.name = name;
+    src.description = description;
+    src.channels = channels;
+    src.rate = 48000;
+    src.masterDevice = master;
+    snap.sources.push_back(src);
+}
+
+// A null sink and a remap source of its monitor: a virtual microphone.
+void addLoopback(ServerSnapshot& snap, uint32_t sinkIndex, uint32_t sourceIndex, const std::string& name,
+                 const std::string& description) {
+    addSink(snap, sinkIndex, name + "_sink", description, 1);
+    addSource(snap, sourceIndex, name, description, name + "_sink.monitor");
+}
+
+QStringList names(const QList<AudioDevice>& devices) {
+    QStringList out;
+    for (const auto& d : devices) out << d.name;
+    return out;
+}
+
+}  // namespace
+
+TEST(DeviceRulesLists, EmptyServerPublishesNothing) {
+    const auto table = buildDeviceTable(ServerSnapshot{});
+    const auto lists = deviceRules::publishedLists(table);
+    EXPECT_TRUE(lists.inputs.isEmpty());
+    EXPECT_TRUE(lists.outputs.isEmpty());
+    EXPECT_FALSE(deviceRules::virtualCable(lists.inputs, lists.outputs));
+    EXPECT_FALSE(deviceRules::virtualCableID(table));
+    EXPECT_TRUE(deviceRules::physicalInputIDs(table).empty());
+}
+
+TEST(DeviceRulesLists, MonitorsAreHiddenButFoundByUid) {
+    ServerSnapshot snap;
+    addSink(snap, 0, "speakers", "Speakers");
+    addSource(snap, 5, "usb_mic", "USB Mic");
+    const auto table = buildDeviceTable(snap);
+    const auto lists = deviceRules::publishedLists(table);
+    EXPECT_EQ(names(lists.inputs), QStringList{"USB Mic"});
+    EXPECT_EQ(names(lists.outputs), QStringList{"Speakers"});
+    EXPECT_EQ(deviceRules::physicalInputIDs(table), std::vector<uint32_t>{5});
+    EXPECT_EQ(deviceRules::deviceID(table, QString("speakers.monitor")), std::optional<uint32_t>(100));
+    EXPECT_EQ(deviceRules::deviceID(table, QString("speakers")), std::optional<uint32_t>(0 | kSinkIdBit));
+    EXPECT_FALSE(deviceRules::deviceID(table, std::nullopt));
+    EXPECT_FALSE(deviceRules::deviceID(table, QString("unplugged")));
+    EXPECT_FALSE(deviceRules::deviceID(table, QString("Speakers")));  // UIDs match exactly
+}
+
+TEST(DeviceRulesLists, OrderIsTheServersAndSinkIdsCarryTheHighBit) {
+    ServerSnapshot snap;
+    addSink(snap, 3, "z_sink", "Zeta");
+    addSink(snap, 1, "a_sink", "Alpha");
+    addSource(snap, 9, "mic_b", "Bravo");
+    addSource(snap, 2, "mic_a", "Able");
+    const auto lists = deviceRules::publishedLists(buildDeviceTable(snap));
+    EXPECT_EQ(names(lists.outputs), (QStringList{"Zeta", "Alpha"}));
+    EXPECT_EQ(names(lists.inputs), (QStringList{"Bravo", "Able"}));
+    EXPECT_EQ(lists.outputs[0].id, 3u | kSinkIdBit);
+    EXPECT_EQ(lists.outputs[0].uid, "z_sink");
+    EXPECT_EQ(lists.inputs[1].id, 2u);
+}
+
+TEST(DeviceRulesLists, DevicesWithoutChannelsOrTextAreLeftOut) {
+    ServerSnapshot snap;
+    addSource(snap, 1, "silent", "No Channels", "", 0);
+    addSource(snap, 2, "", "No Name");
+    addSource(snap, 3, "nodesc", "");
+    const auto table = buildDeviceTable(snap);
+    const auto lists = deviceRules::publishedLists(table);
+    EXPECT_TRUE(lists.inputs.isEmpty());
+    // A microphone whose name or UID cannot be read is still a real microphone.
+    EXPECT_EQ(deviceRules::physicalInputIDs(table), (std::vector<uint32_t>{2, 3}));
+}
+
+TEST(DeviceRulesLoopback, LoopbackIsOneRecordInBothListsAndItsSinkIsHidden) {
+    ServerSnapshot snap;
+    addSink(snap, 0, "speakers", "Speakers");
+    addLoopback(snap, 4, 7, "parlova_mic", "Parlova Mic");
+    const auto table = buildDeviceTable(snap);
+    const auto lists = deviceRules::publishedLists(table);
+    ASSERT_EQ(names(lists.inputs), QStringList{"Parlova Mic"});
+    EXPECT_EQ(names(lists.outputs), (QStringList{"Parlova Mic", "Speakers"}));
+    EXPECT_EQ(lists.inputs[0], lists.outputs[0]);
+    EXPECT_EQ(lists.inputs[0].id, 7u);
+    const DeviceEntry* e = table.find(7);
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->sinkName, "parlova_mic_sink");
+    EXPECT_EQ(e->sourceName, "parlova_mic");
+    EXPECT_EQ(e->outputChannels, 1);
+    ASSERT_TRUE(table.find(4 | kSinkIdBit));
+    EXPECT_TRUE(table.find(4 | kSinkIdBit)->hidden);
+    auto cable = deviceRules::virtualCable(lists.inputs, lists.outputs);
+    ASSERT_TRUE(cable);
+    EXPECT_EQ(cable->uid, "parlova_mic");
+    EXPECT_EQ(deviceRules::virtualCableID(table), std::optional<uint32_t>(7));
+    EXPECT_TRUE(deviceRules::physicalInputIDs(table).empty());
+}
+
+TEST(DeviceRulesLoopback, ExplicitLoopbackPropertyNamesTheSink) {
+    ServerSnapshot snap;
+    addSink(snap, 2, "feed", "Parlova Mic", 1);
+    SourceInfo src;
+    src.index = 9;
+    src.name = "parlova_mic";
+    src.description = "Parlova Mic";
+    src.channels = 1;
+    src.loopbackSink = "feed";
+    snap.sources.push_back(src);
+    const auto table = buildDeviceTable(snap);
+    ASSERT_TRUE(table.find(9));
+    EXPECT_EQ(table.find(9)->sinkName, "feed");
+    EXPECT_TRUE(table.find(2 | kSinkIdBit)->hidden);
+}
+
+TEST(DeviceRulesCable, OwnNameWinsOverBlackHoleThatComesFirst) {
+    ServerSnapshot snap;
+    addLoopback(snap, 1, 11, "blackhole", "BlackHole 2ch");
+    addLoopback(snap, 2, 12, "parlova_mic", "Parlova Mic");
+    const auto table = buildDeviceTable(snap);
+    const auto lists = deviceRules::publishedLists(table);
+    EXPECT_EQ(deviceRules::virtualCable(lists.inputs, lists.outputs)->name, "Parlova Mic");
+    EXPECT_EQ(deviceRules::virtualCableID(table), std::optional<uint32_t>(12));
+}
+
+TEST(DeviceRulesCable, BetweenTheTwoOwnNamesTheFirstWins) {
+    ServerSnapshot snap;
+    addLoopback(snap, 1, 11, "tovix", "Tovix Voice Changer Mic");
+    addLoopback(snap, 2, 12, "parlova_mic", "Parlova Mic");
+    const auto table = buildDeviceTable(snap);
+    const auto lists = deviceRules::publishedLists(table);
+    EXPECT_EQ(deviceRules::virtualCable(lists.inputs, lists.outputs)->name, "Tovix Voice Changer Mic");
+    EXPECT_EQ(deviceRules::virtualCableID(table), std::optional<uint32_t>(11));
+}
+
+TEST(DeviceRulesCable, OtherLetterCaseIsNotAnOwnName) {
+    ServerSnapshot snap;
+    addLoopback(snap, 1, 11, "fake", "parlova mic");
+    addLoopback(snap, 2, 12, "bh", "my blackhole device");
+    const auto table = buildDeviceTable(snap);
+    const auto lists = deviceRules::publishedLists(table);
+    EXPECT_EQ(deviceRules::virtualCable(lists.inputs, lists.outputs)->name, "my blackhole device");
+    EXPECT_EQ(deviceRules::virtualCableID(table), std::optional<uint32_t>(12));
+    EXPECT_EQ(deviceRules::physicalInputIDs(table), std::vector<uint32_t>{11});
+}
+
+TEST(DeviceRulesCable, InputOnlyBlackHoleIsFoundByIdButIsNotTheCable) {
+    ServerSnapshot snap;
+    addSource(snap, 3, "bh_in", "BlackHole 16ch");
+    addSink(snap, 0, "speakers", "Speakers");
+    const auto table = buildDeviceTable(snap);
+    const auto lists = deviceRules::publishedLists(table);
+    EXPECT_FALSE(deviceRules::virtualCable(lists.inputs, lists.outputs));
+    EXPECT_EQ(deviceRules::virtualCableID(table), std::optional<uint32_t>(3));
+}
+
+TEST(DeviceRulesCable, MonitorOfABlackHoleSinkIsNeverTheCable) {
+    ServerSnapshot snap;
+    addSink(snap, 0, "bh", "BlackHole Out");
+    const auto table = buildDeviceTable(snap);
+    EXPECT_FALSE(deviceRules::virtualCableID(table));
+}
+
+TEST(DeviceRulesSpeaker, PortThenFormFactorThenName) {
+    DeviceEntry e;
+    e.name = "Studio Speaker Box";
+    e.outputPort = pulse::PortKind::headphones;
+    EXPECT_FALSE(deviceRules::isSpeaker(e));  // the port wins over the name
+    e.outputPort = pulse::PortKind::speaker;
+    e.name = "Output";
+    EXPECT_TRUE(deviceRules::isSpeaker(e));
+    e.outputPort = pulse::PortKind::unknown;
+    e.outputPortName = "analog-output-headphones";
+    EXPECT_FALSE(deviceRules::isSpeaker(e));
+    e.outputPortName = "analog-output-speaker";
+    EXPECT_TRUE(deviceRules::isSpeaker(e));
+    e.outputPortName.clear();
+    e.outputFormFactor = "headphone";
+    e.name = "Speaker";
+    EXPECT_FALSE(deviceRules::isSpeaker(e));
+    e.outputFormFactor.clear();
+    EXPECT_TRUE(deviceRules::isSpeaker(e));  // "speaker" in any case
+    e.name = "HDMI";
+    EXPECT_FALSE(deviceRules::isSpeaker(e));
+    e.name.reset();
+    EXPECT_FALSE(deviceRules::isSpeaker(e));
+}
+
+TEST(DeviceRulesDefaults, DefaultsMapToEntriesAndLoopbacks) {
+    ServerSnapshot snap;
+    addSink(snap, 0, "speakers", "Speakers");
+    addLoopback(snap, 4, 7, "parlova_mic", "Parlova Mic");
+    snap.defaultSource = "parlova_mic";
+    snap.defaultSink = "parlova_mic_sink";
+    const auto table = buildDeviceTable(snap);
+    EXPECT_EQ(table.defaultInput, std::optional<uint32_t>(7));
+    EXPECT_EQ(table.defaultOutput, std::optional<uint32_t>(7));
+}
+
+TEST(DeviceRulesRecord, EqualityAndHashUseAllThreeFields) {
+    AudioDevice a{1, "uid", "Name"};
+    EXPECT_EQ(a, (AudioDevice{1, "uid", "Name"}));
+    EXPECT_NE(a, (AudioDevice{2, "uid", "Name"}));
+    EXPECT_NE(a, (AudioDevice{1, "uid2", "Name"}));
+    EXPECT_NE(a, (AudioDevice{1, "uid", "Renamed"}));
+    EXPECT_EQ(qHash(a), qHash(AudioDevice{1, "uid", "Name"}));
+}
+
+// ---- Against the private sound server ----
+
+namespace {
+
+AudioDevice byName(const QList<AudioDevice>& list, const QString& name) {
+    for (const auto& d : list)
+        if (d.name == name) return d;
+    return {};
+}
+
+}  // namespace
+
+TEST(AudioDeviceListPulse, ListsTheFixtureDevicesWithoutMonitors) {
+    PARLOVA_REQUIRE_PULSE();
+    AudioDeviceList list;
+    EXPECT_EQ(names(list.inputs()), QStringList{"Fake Microphone"});
+    EXPECT_TRUE(names(list.outputs()).contains("Speakers"));
+    EXPECT_TRUE(names(list.outputs()).contains("Headphones"));
+    for (const auto& d : list.inputs()) EXPECT_FALSE(d.name.startsWith("Monitor of")) << d.name.toStdString();
+    const AudioDevice speakers = byName(list.outputs(), "Speakers");
+    EXPECT_EQ(speakers.uid, "speakers");
+    EXPECT_TRUE(speakers.id & kSinkIdBit);
+    EXPECT_EQ(AudioDeviceList::deviceID(QString("speakers")), std::optional<uint32_t>(speakers.id));
+    EXPECT_EQ(AudioDeviceList::uid(speakers.id), std::optional<QString>("speakers"));
+    EXPECT_EQ(AudioDeviceList::name(speakers.id), std::optional<QString>("Speakers"));
+    EXPECT_EQ(AudioDeviceList::channelCount(speakers.id, Direction::output), 2);
+    EXPECT_TRUE(AudioDeviceList::isSpeaker(speakers.id));
+    EXPECT_FALSE(AudioDeviceList::isSpeaker(byName(list.outputs(), "Headphones").id));
+    const AudioDevice mic = byName(list.inputs(), "Fake Microphone");
+    EXPECT_EQ(AudioDeviceList::physicalInputIDs(), std::vector<uint32_t>{mic.id});
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), std::optional<uint32_t>(mic.id));
+    EXPECT_EQ(AudioDeviceList::defaultOutputID(), std::optional<uint32_t>(speakers.id));
+    EXPECT_FALSE(list.virtualCable());
+    EXPECT_FALSE(AudioDeviceList::virtualCableID());
+}
+
+TEST(AudioDeviceListPulse, CableRulesOnRealModules) {
+    PARLOVA_REQUIRE_PULSE();
+    auto* server = PrivateServer::get();
+    std::vector<int> modules;
+    auto loopback = [&](const std::string& name, const std::string& description) {
+        modules.push_back(server->nullSink(name + "_sink", description, 1));
+        modules.push_back(server->remapSource(name + "_sink", name, description));
+    };
+    loopback("bh", "BlackHole 2ch");
+    loopback("pmic", "Parlova Mic");
+    AudioDeviceList list;
+    auto cable = list.virtualCable();
+    ASSERT_TRUE(cable);
+    EXPECT_EQ(cable->name, "Parlova Mic");
+    EXPECT_EQ(cable->uid, "pmic");
+    EXPECT_EQ(AudioDeviceList::virtualCableID(), std::optional<uint32_t>(cable->id));
+    EXPECT_TRUE(list.outputs().contains(*cable));
+    EXPECT_FALSE(names(list.outputs()).contains("BlackHole 2ch") && names(list.outputs()).count("Parlova Mic") > 1);
+    const auto physical = AudioDeviceList::physicalInputIDs();
+    EXPECT_EQ(physical.size(), 1u);
+    EXPECT_EQ(AudioDeviceList::name(physical.at(0)), std::optional<QString>("Fake Microphone"));
+    for (auto it = modules.rbegin(); it != modules.rend(); ++it) server->unloadModule(*it);
+}
+
+TEST(AudioDeviceListPulse, DefaultInputReadAndSet) {
+    PARLOVA_REQUIRE_PULSE();
+    auto* server = PrivateServer::get();
+    const int sink = server->nullSink("alt_feed", "Other Feed", 1);
+    const int src = server->remapSource("alt_feed", "alt_mic", "Other Mic");
+    auto alt = AudioDeviceList::deviceID(QString("alt_mic"));
+    ASSERT_TRUE(alt);
+    const auto before = AudioDeviceList::defaultInputID();
+    EXPECT_TRUE(AudioDeviceList::setDefaultInput(*alt));
+    EXPECT_EQ(server->pactl("get-default-source"), "alt_mic");
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), alt);
+    EXPECT_FALSE(AudioDeviceList::setDefaultInput(0x7ffffff0u));  // no such device
+    ASSERT_TRUE(before);
+    EXPECT_TRUE(AudioDeviceList::setDefaultInput(*before));
+    EXPECT_EQ(server->pactl("get-default-source"), "fake_mic");
+    server->unloadModule(src);
+    server->unloadModule(sink);
+}
+
+TEST(AudioDeviceListPulse, EventsRepublishOnTheMainThread) {
+    PARLOVA_REQUIRE_PULSE();
+    auto* server = PrivateServer::get();
+    AudioDeviceList list;
+    QThread* mainThread = QCoreApplication::instance()->thread();
+    bool offMain = false;
+    int outputChanges = 0;
+    QObject::connect(&list, &AudioDeviceList::outputsChanged, [&] {
+        if (QThread::currentThread() != mainThread) offMain = true;
+        ++outputChanges;
+    });
+    const int module = server->nullSink("studio", "Studio Monitor");
+    ASSERT_GE(module, 0);
+    EXPECT_TRUE(testpulse::waitUntil([&] { return names(list.outputs()).contains("Studio Monitor"); }, 3000));
+    server->unloadModule(module);
+    EXPECT_TRUE(testpulse::waitUntil([&] { return !names(list.outputs()).contains("Studio Monitor"); }, 3000));
+    EXPECT_FALSE(offMain);
+    // One load and one unload: bursts of server events are coalesced.
+    EXPECT_GE(outputChanges, 2);
+    EXPECT_LE(outputChanges, 4);
+    // The monitor that came with the sink never reached the inputs.
+    EXPECT_EQ(names(list.inputs()), QStringList{"Fake Microphone"});
+}
+
+TEST(AudioDeviceListPulse, DefaultChangeIsReported) {
+    PARLOVA_REQUIRE_PULSE();
+    auto* server = PrivateServer::get();
+    AudioDeviceList list;
+    int changes = 0;
+    QObject::connect(&list, &AudioDeviceList::defaultsChanged, [&] { ++changes; });
+    testpulse::pump(100);
+    changes = 0;
+    server->pactl("set-default-sink headphones");
+    EXPECT_TRUE(testpulse::waitUntil([&] { return changes > 0; }, 3000));
+    EXPECT_EQ(AudioDeviceList::defaultOutputID(), AudioDeviceList::deviceID(QString("headphones")));
+    server->pactl("set-default-sink speakers");
+}
+
+TEST(AudioDeviceListPulse, WatcherReportsAnUnloadedDevice) {
+    PARLOVA_REQUIRE_PULSE();
+    auto* server = PrivateServer::get();
+    const int module = server->nullSink("usb_headset", "USB Headset");
+    auto id = AudioDeviceList::deviceID(QString("usb_headset"));
+    ASSERT_TRUE(id);
+    auto speakers = AudioDeviceList::deviceID(QString("speakers"));
+    DeviceWatcher watcher;
+    std::vector<uint32_t> lost;
+    QObject::connect(&watcher, &DeviceWatcher::deviceLost, [&](uint32_t d) { lost.push_back(d); });
+    watcher.watch({*id, *speakers});
+    server->unloadModule(module);
+    EXPECT_TRUE(testpulse::waitUntil([&] { return !lost.empty(); }, 3000));
+    testpulse::pump(100);
+    EXPECT_EQ(lost, std::vector<uint32_t>{*id});
+    watcher.unwatch();
+    EXPECT_FALSE(watcher.isWatching());
+}
+
+TEST(AudioDeviceListPulse, WatchingAMissingDeviceReportsItAtOnce) {
+    PARLOVA_REQUIRE_PULSE();
+    DeviceWatcher watcher;
+    std::vector<uint32_t> lost;
+    QObject::connect(&watcher, &DeviceWatcher::deviceLost, [&](uint32_t d) { lost.push_back(d); });
+    watcher.watch({0x7ffffff0u});
+    EXPECT_TRUE(testpulse::waitUntil([&] { return !lost.empty(); }, 1000));
+}

@@ -1,0 +1,66 @@
+#pragma once
+// The private sound server for integration tests (tests/fixtures/pulse-server.sh),
+// started once per test process with this process as its owner, so it stops
+// with us even after a crash. Every client in the process is pointed at it
+// explicitly; the developer's own sound server and config are never touched.
+// Tests that need it carry "Pulse" in their suite name and begin with
+// PARLOVA_REQUIRE_PULSE(). With PARLOVA_REQUIRE_PULSE=1 in the environment a
+// missing server fails the test instead of skipping it.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace parlova::testpulse {
+
+class PrivateServer {
+public:
+    static PrivateServer* get();  // nullptr when it cannot run
+    static const std::string& unavailableReason();
+    static bool required();
+
+    const std::string& dir() const { return dir_; }
+    // Runs a command line (sh -c) against the private server; output in *out.
+    int run(const std::string& command, std::string* out = nullptr) const;
+    // pactl with its output trimmed; status in *status.
+    std::string pactl(const std::string& args, int* status = nullptr) const;
+    // Loads a module with pactl (`arguments` as the module gets them); its index, or -1.
+    int loadModule(const std::string& module, const std::string& arguments) const;
+    // A null sink, and a mono remap source of a sink's monitor (a loopback microphone).
+    int nullSink(const std::string& name, const std::string& description, int channels = 2) const;
+    int remapSource(const std::string& sink, const std::string& name, const std::string& description) const;
+    void unloadModule(int index) const;
+
+private:
+    std::string dir_;
+};
+
+// Spins the Qt event loop until `done` or `ms` pass. True when done.
+bool waitUntil(const std::function<bool()>& done, int ms);
+// Spins the Qt event loop for `ms`.
+void pump(int ms);
+
+// A 32-bit float mono WAV at `rate`.
+bool writeWavMono(const std::string& path, const std::vector<float>& samples, int rate);
+std::vector<float> sine(double hz, double seconds, int rate, float amplitude);
+// Raw float32 little-endian samples written by parecord --raw.
+std::vector<float> readRawFloats(const std::string& path);
+double rms(const std::vector<float>& samples, size_t from = 0, size_t count = SIZE_MAX);
+// Frequency from zero crossings over a steady stretch.
+double zeroCrossingHz(const std::vector<float>& samples, int rate, size_t from = 0, size_t count = SIZE_MAX);
+
+std::string shellQuote(const std::string& s);
+std::string tempDir();  // a fresh folder for this test process
+
+}  // namespace parlova::testpulse
+
+#define PARLOVA_REQUIRE_PULSE()                                                                              \
+    do {                                                                                                     \
+        if (!::parlova::testpulse::PrivateServer::get()) {                                                   \
+            if (::parlova::testpulse::PrivateServer::required())                                             \
+                FAIL() << ::parlova::testpulse::PrivateServer::unavailableReason();                          \
+            GTEST_SKIP() << ::parlova::testpulse::PrivateServer::unavailableReason();                        \
+        }                                                                                                    \
+    } while (0)
