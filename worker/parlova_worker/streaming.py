@@ -12,6 +12,8 @@ from __future__ import annotations
 import queue
 import sys
 import threading
+import time
+from collections import deque
 from dataclasses import dataclass
 from typing import Callable
 
@@ -35,8 +37,8 @@ PROFILES = {
 DEFAULT_PROFILE = "balanced"
 DEFAULT_RATE = 24000
 
-# When conversion falls behind by more than this, the oldest waiting input is
-# dropped: live speech must stay live.
+# Input that has waited longer than this when its turn comes is skipped: live
+# speech must stay live when conversion is slower than real time.
 _MOST_BEHIND_SECONDS = 2.0
 
 _STOP = object()
@@ -58,7 +60,7 @@ class StreamSession:
 
     def feed(self, samples: np.ndarray) -> None:
         if not self._closed.is_set() and len(samples):
-            self._inbox.put(samples)
+            self._inbox.put((samples, time.monotonic()))
 
     def stop(self, flush: bool = True) -> None:
         """Ends the stream; with `flush`, what is left of a partial block goes out first."""
@@ -76,12 +78,10 @@ class StreamSession:
 
     def _run(self, converter: LiveConverter) -> None:
         history = np.zeros(0, dtype=np.float32)
-        pending: list[np.ndarray] = []
+        pending: deque = deque()  # [samples, arrival time] in order
         held = 0
-        most_behind = int(_MOST_BEHIND_SECONDS * self.sample_rate)
         while True:
-            item = self._inbox.get()
-            items = [item]
+            items = [self._inbox.get()]
             # Take everything already waiting, so a backlog is seen as one.
             while True:
                 try:
@@ -89,27 +89,29 @@ class StreamSession:
                 except queue.Empty:
                     break
             stop = None
-            for it in items:
-                if isinstance(it, tuple) and it and it[0] is _STOP:
-                    stop = it
+            for item in items:
+                if item[0] is _STOP:
+                    stop = item
                     break
-                pending.append(it)
-                held += len(it)
-            if held - self.block > most_behind:
-                joined = np.concatenate(pending)
-                drop = held - self.block - most_behind
-                drop -= drop % self.block
-                print(f"stream: conversion is behind; dropped {drop / self.sample_rate:.2f} s of input",
-                      file=sys.stderr)
-                pending, held = [joined[drop:]], held - drop
+                pending.append(list(item))
+                held += len(item[0])
+            dropped = 0
             while held >= self.block:
-                joined = np.concatenate(pending) if len(pending) > 1 else pending[0]
-                block, rest = joined[: self.block], joined[self.block:]
-                pending, held = ([rest] if len(rest) else []), len(rest)
+                block, arrived = _take(pending, self.block)
+                held -= self.block
+                if time.monotonic() - arrived > _MOST_BEHIND_SECONDS:
+                    # This input waited too long: conversion is slower than speech.
+                    # Skip it so that what the listener hears stays live.
+                    dropped += len(block)
+                    history = np.concatenate([history, block])[-self.context:] if self.context else history
+                    continue
                 history = self._emit(converter, history, block)
+            if dropped:
+                print(f"stream: conversion is behind; skipped {dropped / self.sample_rate:.2f} s of input",
+                      file=sys.stderr)
             if stop is not None:
                 if stop[1] and held:
-                    self._emit(converter, history, np.concatenate(pending))
+                    self._emit(converter, history, _take(pending, held)[0])
                 return
 
     def _emit(self, converter: LiveConverter, history: np.ndarray, block: np.ndarray) -> np.ndarray:
@@ -122,6 +124,23 @@ class StreamSession:
         out = fit_length(np.nan_to_num(out), len(block))
         self._send({"stream_out": audio.encode_pcm(out)})
         return window[-self.context:] if self.context else window[:0]
+
+
+def _take(pending: deque, count: int) -> tuple[np.ndarray, float]:
+    """The first `count` waiting samples, and when the first of them arrived."""
+    arrived = pending[0][1]
+    parts = []
+    while count:
+        samples = pending[0][0]
+        if len(samples) <= count:
+            parts.append(samples)
+            count -= len(samples)
+            pending.popleft()
+        else:
+            parts.append(samples[:count])
+            pending[0][0] = samples[count:]
+            count = 0
+    return (np.concatenate(parts) if len(parts) > 1 else parts[0]), arrived
 
 
 def convert_blockwise(converter: LiveConverter, source: np.ndarray, profile: Profile, sample_rate: int) -> np.ndarray:

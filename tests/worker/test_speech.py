@@ -1,0 +1,174 @@
+"""Generation with checked takes, transcription, clip conversion and prepare."""
+
+from __future__ import annotations
+
+import hashlib
+
+import pytest
+
+from conftest import espeak, pitch_of, read, refs
+
+SENTENCE = "Did you remember to eat lunch today?"
+
+
+def _generate(worker, tmp_path, reference, text=SENTENCE, name="take.wav", **extra):
+    body = {"model": "chatterbox-turbo", "references": refs(reference), "max_seconds": 15.0,
+            "text": text, "output": str(tmp_path / name), "seed": 42, **extra}
+    return worker.request(body)
+
+
+class TestGeneration:
+    def test_take_is_written_checked_and_described(self, worker, voices, tmp_path, needs_recogniser):
+        reply = _generate(worker, tmp_path, voices["high"])
+        assert reply["ok"] is True, reply
+        audio, rate = read(reply["output"])
+        assert reply["output"] == str(tmp_path / "take.wav")
+        assert reply["audio_seconds"] == pytest.approx(len(audio) / rate, abs=0.01)
+        assert 1.0 < reply["audio_seconds"] < 6.0
+        assert reply["samples_used"] == 1
+        assert reply["seconds"] > 0
+        assert reply["verified"] is True, reply
+        statuses = [m["status"] for m in worker.all_of("status")]
+        assert any("Checking" in s for s in statuses)
+
+    def test_seed_gives_the_same_take_and_another_seed_another(self, worker, voices, tmp_path):
+        digests = []
+        for name, seed in (("a.wav", 7), ("b.wav", 7), ("c.wav", 8)):
+            reply = _generate(worker, tmp_path, voices["low"], name=name, seed=seed)
+            assert reply["ok"] is True, reply
+            digests.append(hashlib.sha256((tmp_path / name).read_bytes()).hexdigest())
+        assert digests[0] == digests[1]
+        assert digests[0] != digests[2]
+
+    def test_take_follows_the_pitch_of_the_reference(self, worker, voices, tmp_path):
+        pitches = {}
+        for voice in ("low", "high"):
+            reply = _generate(worker, tmp_path, voices[voice], text="How are you doing this morning?",
+                              name=f"{voice}.wav")
+            assert reply["ok"] is True, reply
+            pitches[voice] = pitch_of(*read(reply["output"]))
+            reference = pitch_of(*read(voices[voice]))
+            assert pitches[voice] == pytest.approx(reference, rel=0.25)
+        assert pitches["high"] > 1.5 * pitches["low"]
+
+    @pytest.mark.parametrize("model,limit,used,reaches_limit", [
+        ("chatterbox-turbo", 10.0, 3, False),  # 4 s + 4 s + the start of the third
+        ("chatterbox-turbo", 6.0, 2, True),
+        ("qwen", 10.0, 2, False),  # whole samples only: the third does not fit
+        ("qwen", 3.0, 1, True),  # the first is used whole even beyond the limit
+    ])
+    def test_samples_are_taken_in_order_up_to_the_limit(self, worker, voices, tmp_path, model, limit, used,
+                                                        reaches_limit):
+        samples = refs(voices["piece0"], voices["piece1"], voices["piece2"], transcript="some words")
+        if reaches_limit:
+            # Once the limit is reached, later samples are not even opened.
+            samples += refs("/nowhere/after-the-limit.wav", transcript="more words")
+        reply = worker.request({"model": model, "references": samples,
+                                "max_seconds": limit, "text": "Hello.", "output": str(tmp_path / "t.wav"),
+                                "seed": 1})
+        assert reply["ok"] is True, reply
+        assert reply["samples_used"] == used
+
+
+class TestGenerationFailures:
+    def test_missing_sample_is_named(self, worker, voices, tmp_path):
+        reply = worker.request({"references": refs(tmp_path / "gone.wav", voices["low"]), "text": "Hi.",
+                                "output": str(tmp_path / "x.wav")})
+        assert reply["ok"] is False
+        assert "gone.wav" in reply["error"] and "missing" in reply["error"]
+
+    def test_reference_below_the_model_minimum_is_refused(self, worker, voices, tmp_path):
+        reply = _generate(worker, tmp_path, voices["short"])
+        assert reply["ok"] is False
+        assert "5 s" in reply["error"]
+        assert not (tmp_path / "take.wav").exists()
+
+    def test_best_match_needs_transcripts(self, worker, voices, tmp_path):
+        reply = _generate(worker, tmp_path, voices["low"], model="qwen")
+        assert reply["ok"] is False and "transcript" in reply["error"]
+
+    def test_file_that_is_not_audio_is_refused(self, worker, voices, tmp_path):
+        reply = _generate(worker, tmp_path, voices["not_audio"])
+        assert reply["ok"] is False and "notes.wav" in reply["error"]
+
+    @pytest.mark.parametrize("change,words", [
+        ({"model": "gpt-voice"}, "gpt-voice"),
+        ({"text": " \n "}, "no text"),
+        ({"references": []}, "no samples"),
+        ({"max_seconds": -3}, "max_seconds"),
+    ])
+    def test_bad_requests_are_explained(self, worker, voices, tmp_path, change, words):
+        reply = _generate(worker, tmp_path, voices["low"], **change)
+        assert reply["ok"] is False and words in reply["error"]
+
+    def test_unwritable_output_is_reported(self, worker, voices, tmp_path):
+        blocker = tmp_path / "a-file"
+        blocker.write_text("x")
+        reply = _generate(worker, tmp_path, voices["low"], name="a-file/take.wav")
+        assert reply["ok"] is False and "Couldn't" in reply["error"]
+
+
+class TestTakeCheck:
+    @pytest.mark.parametrize("skipped,text", [
+        ("lunch", "Did you remember to eat lunch today?"),
+        ("garden", "Please water the garden before the sun goes down."),
+    ])
+    def test_take_missing_a_word_is_not_verified(self, spawn, voices, tmp_path, needs_recogniser, skipped, text):
+        worker = spawn(env={"PARLOVA_TEST_SKIP_WORDS": skipped})
+        reply = _generate(worker, tmp_path, voices["low"], text=text)
+        assert reply["ok"] is True, reply
+        assert reply["verified"] is False, reply
+        assert skipped in reply["missing_words"]
+        assert skipped not in reply["heard"].lower()
+
+
+class TestTranscribe:
+    def test_speech_is_transcribed(self, worker, tmp_path, needs_recogniser):
+        clip = espeak(tmp_path / "said.wav", "The quick brown fox jumps over the fence.", "en-us+f3", 60)
+        reply = worker.request({"op": "transcribe", "source": str(clip)})
+        assert reply["ok"] is True, reply
+        assert reply["output"] == str(clip)
+        heard = reply["text"].lower()
+        for word in ("quick", "brown", "fox", "fence"):
+            assert word in heard, reply["text"]
+
+    def test_silence_gives_empty_text(self, worker, voices, needs_recogniser):
+        reply = worker.request({"op": "transcribe", "source": str(voices["silence"])})
+        assert reply["ok"] is True and reply["text"] == ""
+
+    @pytest.mark.parametrize("source,words", [("missing.wav", "missing"), ("not_audio", "notes.wav")])
+    def test_unusable_source_is_reported(self, worker, voices, tmp_path, source, words):
+        path = voices.get(source, tmp_path / source)
+        reply = worker.request({"op": "transcribe", "source": str(path)})
+        assert reply["ok"] is False and words in reply["error"]
+
+
+class TestConvert:
+    @pytest.mark.parametrize("live", [False, True])
+    def test_clip_keeps_its_length_and_takes_the_voice_pitch(self, worker, voices, tmp_path, live):
+        source = espeak(tmp_path / "mine.wav", "I would like to say this in another voice, please.", "en-us+f3", 10)
+        reply = worker.request({"op": "convert", "live": live, "references": refs(voices["high"]),
+                                "source": str(source), "output": str(tmp_path / "converted.wav")})
+        assert reply["ok"] is True, reply
+        original, rate_in = read(source)
+        converted, rate_out = read(reply["output"])
+        assert len(converted) / rate_out == pytest.approx(len(original) / rate_in, abs=0.05)
+        assert reply["audio_seconds"] == pytest.approx(len(converted) / rate_out, abs=0.01)
+        target, before = pitch_of(*read(voices["high"])), pitch_of(original, rate_in)
+        assert target > 1.4 * before
+        assert pitch_of(converted, rate_out) == pytest.approx(target, rel=0.2)
+
+    def test_missing_clip_is_reported(self, worker, voices, tmp_path):
+        reply = worker.request({"op": "convert", "references": refs(voices["high"]),
+                                "source": str(tmp_path / "nothing.wav"), "output": str(tmp_path / "o.wav")})
+        assert reply["ok"] is False and "nothing.wav" in reply["error"]
+
+
+class TestPrepare:
+    def test_prepare_loads_the_voice(self, worker, voices):
+        reply = worker.request({"op": "prepare", "references": refs(voices["low"], voices["high"])})
+        assert reply == {**reply, "ok": True, "output": "", "samples_used": 2}
+
+    def test_prepare_reports_a_missing_sample(self, worker, tmp_path):
+        reply = worker.request({"op": "prepare", "references": refs(tmp_path / "lost.wav")})
+        assert reply["ok"] is False and "lost.wav" in reply["error"]
