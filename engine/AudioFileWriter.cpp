@@ -15,6 +15,11 @@ extern "C" {
 
 #include <algorithm>
 #include <cctype>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <thread>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -103,6 +108,7 @@ struct AudioFileWriter::Impl {
     bool finished = false;
 
     ~Impl() {
+        stopThread();
         if (muxer && muxer->pb) avio_closep(&muxer->pb);
         if (fileOpen && !finished) {
             // An incomplete file is of no use to anyone; devices stay.
@@ -266,7 +272,16 @@ struct AudioFileWriter::Impl {
             break;
         }
         if (muxer->oformat->flags & AVFMT_GLOBALHEADER) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-        if ((err = avcodec_open2(encoder, codec, nullptr)) < 0) encodeFailed(err);
+        AVDictionary* codecOptions = nullptr;
+        if (type == AudioFileType::m4a) {
+            // The "fast" coder spends a third less time than the default
+            // two-loop search and, at 96 kbps per channel, keeps the waveform
+            // closer to the input (it substitutes no noise for detail).
+            av_dict_set(&codecOptions, "aac_coder", "fast", 0);
+        }
+        err = avcodec_open2(encoder, codec, &codecOptions);
+        av_dict_free(&codecOptions);
+        if (err < 0) encodeFailed(err);
         if ((err = avcodec_parameters_from_context(stream->codecpar, encoder)) < 0) encodeFailed(err);
         stream->time_base = encoder->time_base;
 
@@ -366,8 +381,8 @@ struct AudioFileWriter::Impl {
         push(resampledPtrs.data(), out);
     }
 
-    void write(const float* const* channels, int frames) {
-        if (finished) throw std::logic_error("AudioFileWriter::write after finish");
+    // Encodes planar input on the encoder thread.
+    void encodeInput(const float* const* channels, int frames) {
         if (frames <= 0) return;
         if (!resampler) {
             push(channels, frames);
@@ -381,8 +396,125 @@ struct AudioFileWriter::Impl {
         }
     }
 
+    // --- Encoder thread -------------------------------------------------
+    // Encoding AAC costs about as much as rendering a voice, so it runs on
+    // its own thread: write() copies into a small pool of blocks and returns,
+    // and the thread encodes and writes them in order. A failure there is
+    // kept and thrown by the next write() or by finish().
+
+    static constexpr int kBlockFrames = 8192;
+    static constexpr int kBlockCount = 8;
+    struct Block {
+        std::vector<std::vector<float>> channels;
+        std::vector<const float*> pointers;
+        int frames = 0;
+    };
+    std::vector<Block> blockStore;
+    std::deque<Block*> freeBlocks;
+    std::deque<Block*> readyBlocks;
+    Block* filling = nullptr;
+    std::thread thread;
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool ending = false;
+    bool aborting = false;
+    std::exception_ptr failure;
+
+    void startThread() {
+        blockStore.resize(kBlockCount);
+        for (Block& b : blockStore) {
+            b.channels.assign(static_cast<size_t>(format.channels), std::vector<float>(kBlockFrames));
+            for (auto& ch : b.channels) b.pointers.push_back(ch.data());
+            freeBlocks.push_back(&b);
+        }
+        filling = freeBlocks.front();
+        freeBlocks.pop_front();
+        thread = std::thread([this] { run(); });
+    }
+
+    void stopThread() {
+        if (!thread.joinable()) return;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            aborting = true;
+        }
+        changed.notify_all();
+        thread.join();
+    }
+
+    void run() {
+        for (;;) {
+            Block* block;
+            bool skip;
+            {
+                std::unique_lock<std::mutex> lock(mutex);
+                changed.wait(lock, [&] { return aborting || ending || !readyBlocks.empty(); });
+                if (aborting || readyBlocks.empty()) return;
+                block = readyBlocks.front();
+                readyBlocks.pop_front();
+                skip = failure != nullptr;  // after a failure, only hand blocks back
+            }
+            if (!skip) {
+                try {
+                    encodeInput(block->pointers.data(), block->frames);
+                } catch (...) {
+                    std::lock_guard<std::mutex> lock(mutex);
+                    failure = std::current_exception();
+                }
+            }
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                block->frames = 0;
+                freeBlocks.push_back(block);
+            }
+            changed.notify_all();
+        }
+    }
+
+    // Hands the filled block to the thread and, unless `last`, waits for a
+    // free one to fill next.
+    void submit(bool last) {
+        std::unique_lock<std::mutex> lock(mutex);
+        readyBlocks.push_back(filling);
+        filling = nullptr;
+        if (last) {
+            ending = true;
+        } else {
+            changed.notify_all();
+            changed.wait(lock, [&] { return !freeBlocks.empty(); });
+            filling = freeBlocks.front();
+            freeBlocks.pop_front();
+        }
+        lock.unlock();
+        changed.notify_all();
+    }
+
+    void rethrowFailure() {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (failure) std::rethrow_exception(failure);
+    }
+
+    void write(const float* const* channels, int frames) {
+        if (finished || !filling) throw std::logic_error("AudioFileWriter::write after finish");
+        rethrowFailure();
+        int done = 0;
+        while (done < frames) {
+            const int n = std::min(frames - done, kBlockFrames - filling->frames);
+            for (int c = 0; c < format.channels; ++c)
+                std::memcpy(filling->channels[static_cast<size_t>(c)].data() + filling->frames, channels[c] + done,
+                            static_cast<size_t>(n) * sizeof(float));
+            filling->frames += n;
+            done += n;
+            if (filling->frames == kBlockFrames) submit(false);
+        }
+    }
+
     void finish() {
         if (finished) return;
+        if (!thread.joinable()) throw std::logic_error("AudioFileWriter::finish after a failed finish");
+        submit(true);
+        thread.join();
+        rethrowFailure();
         if (resampler) resampleAndPush(nullptr, 0);
         if (fifoFill > 0) {
             encode(fifoFill);
@@ -410,6 +542,7 @@ std::unique_ptr<AudioFileWriter> AudioFileWriter::create(const std::string& path
     impl->type = type;
     try {
         impl->open();
+        impl->startThread();
     } catch (const std::bad_alloc&) {
         throw VoiceEngineError("There isn't enough memory to write " + inQuotes(impl->name) + ".");
     }

@@ -112,8 +112,8 @@ std::vector<ExternalCase> externalCases() {
             const std::string tag = std::to_string(rate) + (ch == 1 ? "_mono" : "_stereo");
             cases.push_back({"mp3_" + tag, ".mp3", std::string(ff) + "-c:a libmp3lame -b:a 128k {out}", rate, ch, rate, 0});
             cases.push_back({"vorbis_" + tag, ".ogg", std::string(ff) + "-c:a libvorbis -q:a 5 {out}", rate, ch, rate, 0});
-            cases.push_back({"opus_" + tag, ".opus", std::string(ff) + "-c:a libopus -b:a 96k {out}", rate, ch, 48000, 1000});
-            cases.push_back({"aac_" + tag, ".m4a", std::string(ff) + "-c:a aac -b:a 128k {out}", rate, ch, rate, 1024});
+            cases.push_back({"opus_" + tag, ".opus", std::string(ff) + "-c:a libopus -b:a 96k {out}", rate, ch, 48000, 0});
+            cases.push_back({"aac_" + tag, ".m4a", std::string(ff) + "-c:a aac -b:a 128k {out}", rate, ch, rate, 0});
             cases.push_back({"flac_" + tag, ".flac", std::string(ff) + "-c:a flac {out}", rate, ch, rate, 0});
         }
     // Files from a second producer.

@@ -76,7 +76,8 @@ TEST_P(AudioFileRoundTrip, KeepsFormatLengthLevelAndPitch) {
                 ASSERT_NEAR(back.channels[ch][i], source.channels[ch][i], 0.6 / 8388608.0);  // 24-bit steps
         break;
     case AudioFileType::m4a:
-        EXPECT_NEAR(static_cast<double>(back.frames()), static_cast<double>(source.frames()), 1024);
+        // The encoder's priming and padding are marked in the file and dropped on reading.
+        EXPECT_EQ(back.frames(), source.frames());
         break;
     }
     const size_t from = static_cast<size_t>(0.1 * c.rate), count = static_cast<size_t>(c.rate);
