@@ -81,7 +81,9 @@ public:
     AudioFileWriter(const AudioFileWriter&) = delete;
     AudioFileWriter& operator=(const AudioFileWriter&) = delete;
 
-    // Appends `frames` frames, one pointer per channel of the format.
+    // Appends `frames` frames, one pointer per channel of the format. The
+    // samples are copied and encoded on the writer's own thread, so a failure
+    // (a full disk, say) is thrown by a later write() or by finish().
     void write(const float* const* channels, int frames);
     // Flushes the encoder and completes the file. Throws VoiceEngineError.
     void finish();
