@@ -2,7 +2,6 @@
 
 #include "engine/AudioFile.h"
 #include "engine/GuardedAudio.h"
-#include "engine/PipelinedWriter.h"
 #include "engine/VoiceChain.h"
 
 #include <QFile>
@@ -68,7 +67,7 @@ void renderOffline(const std::string& source, const std::string& destination, co
     auto chain = guardedAudio([&] { return std::make_unique<VoiceChain>(voice, &player, format); });
 
     QFile::remove(QString::fromStdString(destination));  // a failure here shows up when writing
-    PipelinedWriter writer(AudioFileWriter::create(destination, format), format.channels);
+    auto writer = AudioFileWriter::create(destination, format);
 
     std::vector<float> stereoStorage(2 * kRenderBlockFrames), fileStorage(
         static_cast<size_t>(format.channels) * kRenderBlockFrames);
@@ -90,7 +89,7 @@ void renderOffline(const std::string& source, const std::string& destination, co
         if (result == status::insufficientData) continue;
         if (result != status::ok) throw VoiceEngineError(kRendererErrorMessage);
         mixToFile(stereo.data, fileChannels.data(), format.channels, frames);
-        writer.write(fileChannels.data(), frames);
+        writer->write(fileChannels.data(), frames);
         sampleTime += frames;
         if (progress && sampleTime >= nextReport) {
             nextReport = sampleTime + reportEvery;
@@ -98,7 +97,7 @@ void renderOffline(const std::string& source, const std::string& destination, co
                 throw VoiceEngineError("The export was cancelled.");
         }
     }
-    writer.finish();
+    writer->finish();
     if (progress) progress(1.0);
 }
 
