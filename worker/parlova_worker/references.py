@@ -10,35 +10,10 @@ import numpy as np
 
 from . import audio
 from .errors import RequestError
+from .rules import ModelRules, Sample
 
 # Below this many seconds left under the limit, further samples are not worth taking.
 _SMALLEST_USEFUL = 0.5
-
-
-@dataclass(frozen=True)
-class ModelRules:
-    """How one model listens to a voice's samples."""
-
-    label: str
-    default_max_seconds: float
-    min_seconds: float
-    whole_samples: bool  # a sample that does not fit is skipped rather than cut
-    needs_transcripts: bool
-
-
-MODELS = {
-    "chatterbox-turbo": ModelRules("Chatterbox Turbo", 15.0, 5.0, whole_samples=False, needs_transcripts=False),
-    "qwen": ModelRules("Best match", 40.0, 3.0, whole_samples=True, needs_transcripts=True),
-}
-
-# Conversion (clip and live) conditions the decoder on the first ten seconds or so.
-CONVERSION = ModelRules("Voice conversion", 15.0, 3.0, whole_samples=False, needs_transcripts=False)
-
-
-@dataclass(frozen=True)
-class Sample:
-    path: str
-    transcript: str
 
 
 @dataclass

@@ -20,16 +20,16 @@ import traceback
 from dataclasses import dataclass
 from typing import Any, BinaryIO, Callable
 
-import numpy as np
-
-from . import audio, protocol, streaming
-from .backends.base import Backend
+from . import protocol, rules
 from .errors import RequestError
 from .protocol import Channel
-from .references import CONVERSION, MODELS, ModelRules, Sample, load_prompt
-from .takecheck import missing_words
+from .rules import CONVERSION, MODELS, Sample
 
-KNOWN_OPS = ("prepare", "transcribe", "convert", "stream_start", "stream", "stream_stop")
+# numpy and everything built on it (audio, references, streaming, the backends) are
+# imported on the job thread right after the ready line, so that the worker is
+# answering within a fraction of a second; a request that needs them before that
+# simply waits for the import to finish.
+
 
 # How long an ending worker waits for the live stream to send its last block.
 _EXIT_GRACE_SECONDS = 3.0
@@ -59,13 +59,30 @@ def _samples(message: dict) -> list[Sample]:
 
 
 class Worker:
-    def __init__(self, channel: Channel, backend: Backend):
+    def __init__(self, channel: Channel, make_backend: Callable[[], Any]):
         self.channel = channel
-        self.backend = backend
+        self._make_backend = make_backend
+        self._backend = None
+        self._backend_lock = threading.Lock()
         self._jobs: queue.SimpleQueue = queue.SimpleQueue()
-        self._stream: streaming.StreamSession | None = None
+        self._stream = None  # the running StreamSession
         self._stream_lock = threading.Lock()
         self._job_thread = threading.Thread(target=self._run_jobs, name="jobs", daemon=True)
+
+    @property
+    def backend(self):
+        with self._backend_lock:
+            if self._backend is None:
+                self._backend = self._make_backend()
+            return self._backend
+
+    def _warm_up(self) -> None:
+        try:
+            from . import audio, references, streaming  # noqa: F401  (loaded ahead of use)
+
+            self.backend
+        except Exception:
+            traceback.print_exc(file=sys.stderr)
 
     # Reader side
 
@@ -139,8 +156,8 @@ class Worker:
 
     def _generation(self, message: dict) -> Callable[[], dict]:
         model = protocol.text_field(message, "model", required=False, default="chatterbox-turbo")
-        rules = MODELS.get(model)
-        if rules is None:
+        model_rules = MODELS.get(model)
+        if model_rules is None:
             raise RequestError(
                 f"Unknown voice model “{model[:80]}”: use “chatterbox-turbo” or “qwen”."
             )
@@ -149,12 +166,15 @@ class Worker:
             raise RequestError("There's no text to say. Type something first.")
         output = protocol.path_field(message, "output")
         seed = protocol.int_field(message, "seed", 42)
-        max_seconds = protocol.number_field(message, "max_seconds", rules.default_max_seconds, 0.0, 3600.0)
+        max_seconds = protocol.number_field(message, "max_seconds", model_rules.default_max_seconds, 0.0, 3600.0)
         samples = _samples(message)
 
         def run() -> dict:
-            self.channel.status(f"Listening to the voice samples ({rules.label})…")
-            prompt = load_prompt(samples, max_seconds, rules)
+            from . import audio
+            from .references import load_prompt
+
+            self.channel.status(f"Listening to the voice samples ({model_rules.label})…")
+            prompt = load_prompt(samples, max_seconds, model_rules)
             self.channel.status("Speaking…")
             speech, rate = self.backend.generate(model, prompt, text.strip(), seed)
             audio.write_wav(output, speech, rate)
@@ -165,9 +185,12 @@ class Worker:
 
         return run
 
-    def _check_take(self, text: str, speech: np.ndarray, rate: int) -> dict:
+    def _check_take(self, text: str, speech, rate: int) -> dict:
         """Transcribes the take; "verified" is true only when every word of the text was heard.
         Without a working recogniser the take goes unchecked and "verified" is left out."""
+        from . import audio
+        from .takecheck import missing_words
+
         self.channel.status("Checking the take…")
         try:
             heard = self.backend.recogniser().transcribe(audio.resample(speech, rate, 16000), checking=True)
@@ -185,6 +208,8 @@ class Worker:
         max_seconds = protocol.number_field(message, "max_seconds", CONVERSION.default_max_seconds, 0.0, 3600.0)
 
         def run() -> dict:
+            from .references import load_prompt
+
             self.channel.status("Loading the voice…")
             prompt = load_prompt(samples, max_seconds, CONVERSION)
             self.backend.prepare(prompt)
@@ -197,6 +222,8 @@ class Worker:
         source = protocol.path_field(message, "source")
 
         def run() -> dict:
+            from . import audio
+
             sound = audio.read_audio(source, 16000)
             self.channel.status("Transcribing…")
             text = self.backend.recogniser().transcribe(sound)
@@ -212,13 +239,16 @@ class Worker:
         max_seconds = protocol.number_field(message, "max_seconds", CONVERSION.default_max_seconds, 0.0, 3600.0)
 
         def run() -> dict:
+            from . import audio, streaming
+            from .references import load_prompt
+
             prompt = load_prompt(samples, max_seconds, CONVERSION)
             clip = audio.read_audio(source, audio.MODEL_RATE, what="clip")
             if len(clip) == 0:
                 raise RequestError("The clip to convert is empty.")
             self.channel.status("Converting the clip…")
             if live:
-                profile = streaming.PROFILES[streaming.DEFAULT_PROFILE]
+                profile = rules.PROFILES[rules.DEFAULT_PROFILE]
                 converter = self.backend.live_converter(prompt, audio.MODEL_RATE)
                 converted = streaming.convert_blockwise(converter, clip, profile, audio.MODEL_RATE)
             else:
@@ -230,17 +260,20 @@ class Worker:
         return run
 
     def _stream_start(self, message: dict) -> Callable[[], dict]:
-        name = protocol.text_field(message, "profile", required=False, default=streaming.DEFAULT_PROFILE)
-        profile = streaming.PROFILES.get(name)
+        name = protocol.text_field(message, "profile", required=False, default=rules.DEFAULT_PROFILE)
+        profile = rules.PROFILES.get(name)
         if profile is None:
             raise RequestError(
                 f"Unknown delay setting “{name[:40]}”: use “fastest”, “balanced” or “clearest”."
             )
-        rate = protocol.int_field(message, "sample_rate", streaming.DEFAULT_RATE)
+        rate = protocol.int_field(message, "sample_rate", rules.DEFAULT_RATE)
         if not 8000 <= rate <= 192000:
             raise RequestError("The request's “sample_rate” must be between 8000 and 192000.")
         max_seconds = protocol.number_field(message, "max_seconds", CONVERSION.default_max_seconds, 0.0, 3600.0)
         samples = _samples(message)
+        from . import streaming
+        from .references import load_prompt
+
         # The session exists from now on, so live audio sent while the voice loads
         # is kept rather than lost; the previous stream ends here.
         session = streaming.StreamSession(profile, rate, self.channel.send)
@@ -267,6 +300,10 @@ class Worker:
         return run
 
     def _stream_audio(self, message: dict, rid: Any) -> None:
+        import numpy as np
+
+        from . import audio
+
         pcm = message.get("pcm")
         try:
             if not isinstance(pcm, str):
@@ -296,6 +333,7 @@ class Worker:
     # Job thread
 
     def _run_jobs(self) -> None:
+        self._warm_up()
         while True:
             job = self._jobs.get()
             if job is None:
@@ -330,16 +368,16 @@ class Worker:
 
 
 def main(argv: list[str] | None = None) -> int:
-    from .backends import select_backend
+    from .backends import backend_name, make_backend
 
     argv = list(sys.argv[1:] if argv is None else argv)
-    channel = Channel()
     try:
-        backend = select_backend(argv, channel.status)
+        name = backend_name(argv)
     except ValueError as e:
         print(f"clone_worker: {e}", file=sys.stderr)
         return 2
-    worker = Worker(channel, backend)
+    channel = Channel()
+    worker = Worker(channel, lambda: make_backend(name, channel.status))
     try:
         worker.serve(sys.stdin.buffer)
     except KeyboardInterrupt:

@@ -14,28 +14,14 @@ import sys
 import threading
 import time
 from collections import deque
-from dataclasses import dataclass
 from typing import Callable
 
 import numpy as np
 
 from . import audio
 from .backends.base import LiveConverter, fit_length
+from .rules import Profile
 
-
-@dataclass(frozen=True)
-class Profile:
-    block_seconds: float
-    context_seconds: float
-
-
-PROFILES = {
-    "fastest": Profile(0.20, 0.60),
-    "balanced": Profile(0.30, 1.20),
-    "clearest": Profile(0.50, 2.00),
-}
-DEFAULT_PROFILE = "balanced"
-DEFAULT_RATE = 24000
 
 # Input that has waited longer than this when its turn comes is skipped: live
 # speech must stay live when conversion is slower than real time.

@@ -12,8 +12,12 @@ import os
 import platform
 import sys
 
+from typing import TYPE_CHECKING
+
 from ..hub import Status
-from .base import Backend
+
+if TYPE_CHECKING:
+    from .base import Backend
 
 NAMES = ("torch", "mlx", "test")
 
@@ -35,8 +39,7 @@ def backend_name(argv: list[str]) -> str:
     return name
 
 
-def select_backend(argv: list[str], status: Status) -> Backend:
-    name = backend_name(argv)
+def make_backend(name: str, status: Status) -> "Backend":
     # Only the chosen backend's module is imported; none of them imports its model
     # runtime before the first request that needs it.
     if name == "test":

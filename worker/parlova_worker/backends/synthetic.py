@@ -9,6 +9,8 @@ Transcription and the take check use the real recogniser.
 
 PARLOVA_TEST_SKIP_WORDS (comma-separated words) makes takes leave those words
 out, so that tests can see the take check catch a take with missing words.
+PARLOVA_TEST_PASSTHROUGH=1 makes live conversion return its input unchanged, so
+that the streaming path itself can be timed without any conversion work.
 """
 
 from __future__ import annotations
@@ -70,6 +72,11 @@ class _PitchFollower(LiveConverter):
                 self.ratio = float(np.clip(self.target / heard, 0.5, 2.0))
         shifted = audio.shift_pitch(window, self.ratio, self.sample_rate)
         return shifted[len(shifted) - tail:] if tail else shifted[:0]
+
+
+class _Passthrough(LiveConverter):
+    def convert(self, window: np.ndarray, tail: int) -> np.ndarray:
+        return window[len(window) - tail:]
 
 
 class SyntheticBackend(Backend):
@@ -144,4 +151,6 @@ class SyntheticBackend(Backend):
         return audio.shift_pitch(source, ratio, sample_rate)
 
     def live_converter(self, prompt: VoicePrompt, sample_rate: int) -> LiveConverter:
+        if os.environ.get("PARLOVA_TEST_PASSTHROUGH") == "1":
+            return _Passthrough()
         return _PitchFollower(self._reference_pitch(prompt), sample_rate)
