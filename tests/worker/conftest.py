@@ -34,7 +34,7 @@ def tiny_whisper_path() -> str | None:
 class WorkerProcess:
     """The worker as the app sees it: lines in on stdin, lines out on stdout."""
 
-    def __init__(self, env: dict | None = None, args: tuple = ()):
+    def __init__(self, env: dict | None = None, args: tuple = (), python: str = sys.executable):
         full_env = dict(os.environ)
         full_env.update({"PARLOVA_WORKER_BACKEND": "test", "PYTHONUNBUFFERED": "1"})
         model = tiny_whisper_path()
@@ -44,7 +44,7 @@ class WorkerProcess:
         self.stderr = tempfile.TemporaryFile()
         self.started = time.monotonic()
         self.proc = subprocess.Popen(
-            [sys.executable, str(WORKER_SCRIPT), *args],
+            [python, str(WORKER_SCRIPT), *args],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=self.stderr, env=full_env,
         )
         self.messages: list[dict] = []
