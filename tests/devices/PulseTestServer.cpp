@@ -183,12 +183,24 @@ std::vector<float> sine(double hz, double seconds, int rate, float amplitude) {
     return out;
 }
 
-std::vector<float> readRawFloats(const std::string& path) {
+std::vector<float> readWavFloats(const std::string& path) {
     std::ifstream f(path, std::ios::binary);
     std::vector<char> bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-    std::vector<float> out(bytes.size() / 4);
-    std::memcpy(out.data(), bytes.data(), out.size() * 4);
-    return out;
+    if (bytes.size() < 12 || std::memcmp(bytes.data(), "RIFF", 4) != 0) return {};
+    size_t at = 12;
+    while (at + 8 <= bytes.size()) {
+        uint32_t size = 0;
+        std::memcpy(&size, bytes.data() + at + 4, 4);
+        if (std::memcmp(bytes.data() + at, "data", 4) == 0) {
+            const size_t begin = at + 8;
+            const size_t end = (size == 0 || size == 0xffffffffu || begin + size > bytes.size()) ? bytes.size() : begin + size;
+            std::vector<float> out((end - begin) / 4);
+            std::memcpy(out.data(), bytes.data() + begin, out.size() * 4);
+            return out;
+        }
+        at += 8 + size + (size & 1);
+    }
+    return {};
 }
 
 double rms(const std::vector<float>& s, size_t from, size_t count) {
@@ -224,12 +236,25 @@ std::string shellQuote(const std::string& s) {
     return q + "'";
 }
 
+namespace {
+struct TempDirs {
+    std::vector<std::string> made;
+    ~TempDirs() {
+        std::error_code ignored;
+        for (const auto& d : made) std::filesystem::remove_all(d, ignored);
+    }
+};
+TempDirs g_tempDirs;
+}  // namespace
+
 std::string tempDir() {
     std::string pattern = (std::filesystem::temp_directory_path() / "parlova-test.XXXXXX").string();
     std::vector<char> buf(pattern.begin(), pattern.end());
     buf.push_back('\0');
     const char* made = mkdtemp(buf.data());
-    return made ? std::string(made) : std::string();
+    if (!made) return {};
+    g_tempDirs.made.emplace_back(made);
+    return made;
 }
 
 }  // namespace parlova::testpulse

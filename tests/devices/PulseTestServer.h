@@ -45,14 +45,15 @@ void pump(int ms);
 // A 32-bit float mono WAV at `rate`.
 bool writeWavMono(const std::string& path, const std::vector<float>& samples, int rate);
 std::vector<float> sine(double hz, double seconds, int rate, float amplitude);
-// Raw float32 little-endian samples written by parecord --raw.
-std::vector<float> readRawFloats(const std::string& path);
+// Float samples of a 32-bit float WAV as parecord --file-format=wav writes it
+// (a header left unfinished by a stopped recorder is tolerated).
+std::vector<float> readWavFloats(const std::string& path);
 double rms(const std::vector<float>& samples, size_t from = 0, size_t count = SIZE_MAX);
 // Frequency from zero crossings over a steady stretch.
 double zeroCrossingHz(const std::vector<float>& samples, int rate, size_t from = 0, size_t count = SIZE_MAX);
 
 std::string shellQuote(const std::string& s);
-std::string tempDir();  // a fresh folder for this test process
+std::string tempDir();  // a fresh folder, removed when the test process ends
 
 }  // namespace parlova::testpulse
 

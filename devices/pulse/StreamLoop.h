@@ -1,0 +1,22 @@
+#pragma once
+// The connection that carries the live audio streams (microphone capture,
+// device output, the monitor output), apart from the enumeration and control
+// connection. Its loop thread is the streams' I/O thread. One connection is
+// shared by every stream alive at the same time, and made anew when the
+// previous one broke.
+#include "devices/pulse/PulseLoop.h"
+
+#include <memory>
+#include <string>
+
+namespace parlova::pulse {
+
+// The shared stream connection, or null with *error set when no server can be
+// reached.
+std::shared_ptr<PulseLoop> sharedStreamLoop(int* error);
+
+// The sentence shown when no sound server answers.
+inline const std::string kNoServerMessage =
+    "Couldn't reach the sound server. Make sure PulseAudio or PipeWire is running, then try again.";
+
+}  // namespace parlova::pulse
