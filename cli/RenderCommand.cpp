@@ -2,13 +2,11 @@
 // app's export does.
 #include "cli/Command.h"
 #include "engine/VoiceEngine.h"
-#include "voices/VoiceStore.h"
+#include "cli/VoiceLookup.h"
 
 #include <unistd.h>
 
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
 
 namespace parlova::cli {
 namespace {
@@ -26,30 +24,6 @@ const char* kUsage =
     "Fields: pitch (cents), formant (semitones), targetPitch (Hz, 0 = off), vibratoRate,\n"
     "vibratoDepth, tremoloRate, tremoloDepth, lowCut, highCut, body, presence, reverb,\n"
     "gain, grain.\n";
-
-bool applyOverride(Voice& voice, const std::string& assignment) {
-    const auto equals = assignment.find('=');
-    if (equals == std::string::npos) {
-        std::fprintf(stderr, "The setting \"%s\" needs the form FIELD=VALUE.\n", assignment.c_str());
-        return false;
-    }
-    const std::string field = assignment.substr(0, equals), text = assignment.substr(equals + 1);
-    char* end = nullptr;
-    const float value = std::strtof(text.c_str(), &end);
-    if (text.empty() || end == nullptr || *end != '\0' || !std::isfinite(value)) {
-        std::fprintf(stderr, "The value \"%s\" for %s isn't a number.\n", text.c_str(), field.c_str());
-        return false;
-    }
-    for (const auto& f : Voice::floatFields()) {
-        if (field == f.key) {
-            voice.*(f.member) = value;
-            return true;
-        }
-    }
-    std::fprintf(stderr, "There's no voice setting named \"%s\". Run \"parlova-cli render --help\" for the list.\n",
-                 field.c_str());
-    return false;
-}
 
 int render(const std::vector<std::string>& args) {
     std::string voiceName;
@@ -77,18 +51,8 @@ int render(const std::vector<std::string>& args) {
         return 2;
     }
 
-    std::optional<Voice> voice;
-    if (QString::fromStdString(voiceName).compare("Natural", Qt::CaseInsensitive) == 0) {
-        voice = Voice::natural();
-    } else {
-        VoiceStore store;
-        voice = store.find(QString::fromStdString(voiceName));
-        if (!voice) {
-            std::fprintf(stderr, "There's no voice named \"%s\". Run \"parlova-cli voices\" to see them.\n",
-                         voiceName.c_str());
-            return 2;
-        }
-    }
+    std::optional<Voice> voice = findVoice(voiceName);
+    if (!voice) return 2;
     for (const auto& assignment : overrides)
         if (!applyOverride(*voice, assignment)) return 2;
 

@@ -15,12 +15,22 @@ VoiceEngine::VoiceEngine(QSettings* settings, QObject* parent)
     }
     clockStart_ = std::chrono::steady_clock::now();
     modulator_ = std::make_unique<Modulator>(clockStart_, [this](double t) { chains_.modulate(t); });
+    inputUID_ = settings_->value(kInputDeviceKey).toString();
+    outputUID_ = settings_->value(kOutputDeviceKey).toString();
+    connect(&deviceWatcher_, &DeviceWatcher::deviceLost, this, [this](uint32_t) { liveDeviceLost(); });
+    playbackPoll_.setInterval(50);
+    connect(&playbackPoll_, &QTimer::timeout, this, &VoiceEngine::pollPlayback);
+    // An earlier run may have left the virtual mic as the system microphone.
+    restoreSystemMic();
     pitchTimer_.setInterval(250);
     connect(&pitchTimer_, &QTimer::timeout, this, &VoiceEngine::publishDetectedPitch);
     pitchTimer_.start();
 }
 
 VoiceEngine::~VoiceEngine() {
+    stopPlayback();
+    if (isRecording_) finishRecording();
+    tearDownLive();  // also gives the real microphone back
     if (exportThread_.joinable()) exportThread_.join();
     modulator_.reset();
 }

@@ -1,0 +1,17 @@
+#pragma once
+// Finding a voice by name for the command line, with --set overrides.
+#include "voices/Voice.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace parlova::cli {
+
+// "Natural" or a stored voice (ignoring case). Prints the reason and gives
+// nothing when there is no such voice.
+std::optional<Voice> findVoice(const std::string& name);
+// Applies FIELD=VALUE to a float field; prints the reason and returns false on a bad one.
+bool applyOverride(Voice& voice, const std::string& assignment);
+
+}  // namespace parlova::cli

@@ -1,0 +1,109 @@
+#include "engine/LiveGraph.h"
+
+#include <algorithm>
+
+namespace parlova {
+
+// Pulled by the output device: renders the chain, feeds the meter tap, applies
+// the main-mixer volume and copies the result to the monitor bridge.
+class LiveGraph::Renderer : public AudioSource {
+public:
+    Renderer(VoiceChain& chain, std::atomic<float>& volume, MicBridge* monitor, TapRelay& meter)
+        : chain_(chain), volume_(volume), monitor_(monitor), meter_(meter),
+          left_(DeviceOutput::kMaxSliceFrames), right_(DeviceOutput::kMaxSliceFrames) {}
+
+    int32_t pull(BufferList& out, int frames) noexcept override {
+        frames = std::min(frames, DeviceOutput::kMaxSliceFrames);
+        BufferList stereo;
+        stereo.count = 2;
+        stereo.data[0] = left_.data();
+        stereo.data[1] = right_.data();
+        if (chain_.render(stereo, frames) != status::ok) {
+            std::fill_n(left_.data(), frames, 0.0f);
+            std::fill_n(right_.data(), frames, 0.0f);
+        }
+        const float* tapped = left_.data();
+        meter_.push(&tapped, frames);
+        const float volume = volume_.load(std::memory_order_relaxed);
+        for (int c = 0; c < out.count; ++c) {
+            const float* from = stereo.data[std::min(c, 1)];
+            for (int i = 0; i < frames; ++i) out.data[c][i] = from[i] * volume;
+        }
+        if (monitor_ != nullptr) monitor_->write(out, frames);
+        return status::ok;
+    }
+
+private:
+    VoiceChain& chain_;
+    std::atomic<float>& volume_;
+    MicBridge* monitor_;
+    TapRelay& meter_;
+    std::vector<float> left_, right_;
+};
+
+class LiveGraph::RecordingListener : public CaptureListener {
+public:
+    explicit RecordingListener(TapRelay& relay) : relay_(relay) {}
+    void capturedAudio(const float* mono, int frames) noexcept override { relay_.push(&mono, frames); }
+
+private:
+    TapRelay& relay_;
+};
+
+namespace {
+TapRelay::Handler monoHandler(LiveGraph::BlockHandler handler) {
+    return [handler = std::move(handler)](const float* const* channels, int, int frames) {
+        if (handler) handler(channels[0], frames);
+    };
+}
+}  // namespace
+
+LiveGraph::LiveGraph(const LiveRoute& route, const Voice& voice, BlockHandler recordTap, BlockHandler meterTap)
+    : route_(route), format_(DeviceOutput::formatFor(route.output)) {
+    recordRelay_ = std::make_unique<TapRelay>(1, kTapFrames, monoHandler(std::move(recordTap)));
+    meterRelay_ = std::make_unique<TapRelay>(1, kTapFrames, monoHandler(std::move(meterTap)));
+    recordingListener_ = std::make_unique<RecordingListener>(*recordRelay_);
+
+    // The microphone is opened at the output's rate so the server resamples it.
+    mic_ = std::make_unique<MicCapture>(route.mic, format_.sampleRate);
+    mic_->setListener(recordingListener_.get());
+    connect(mic_.get(), &MicCapture::deviceLost, this, &LiveGraph::deviceLost);
+    connect(mic_.get(), &MicCapture::failed, this, &LiveGraph::failed);
+
+    chain_ = std::make_shared<VoiceChain>(voice, mic_->sharedBridge().get(), AudioFormat{format_.sampleRate, 1});
+    if (route.monitor) monitorBridge_ = std::make_shared<MicBridge>(format_.sampleRate, kMonitorCushionSeconds);
+    renderer_ = std::make_unique<Renderer>(*chain_, volume_, monitorBridge_.get(), *meterRelay_);
+
+    output_ = std::make_unique<DeviceOutput>(route.output, format_, renderer_.get());
+    connect(output_.get(), &DeviceOutput::deviceLost, this, &LiveGraph::deviceLost);
+    connect(output_.get(), &DeviceOutput::failed, this, &LiveGraph::failed);
+    if (route.monitor) {
+        // The monitor runs at the bridge's rate; the server resamples for the device.
+        monitor_ = std::make_unique<DeviceOutput>(*route.monitor, AudioFormat{format_.sampleRate, 2},
+                                                  monitorBridge_.get());
+        connect(monitor_.get(), &DeviceOutput::deviceLost, this, &LiveGraph::deviceLost);
+        connect(monitor_.get(), &DeviceOutput::failed, this, &LiveGraph::failed);
+    }
+}
+
+LiveGraph::~LiveGraph() {
+    stop();
+    // Streams go first (nothing pulls the chain any more), then the chain and taps.
+    monitor_.reset();
+    output_.reset();
+    mic_.reset();
+}
+
+void LiveGraph::start() {
+    mic_->start();
+    output_->start();
+    if (monitor_) monitor_->start();
+}
+
+void LiveGraph::stop() {
+    if (monitor_) monitor_->stop();
+    if (output_) output_->stop();
+    if (mic_) mic_->stop();
+}
+
+}  // namespace parlova

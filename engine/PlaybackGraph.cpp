@@ -1,0 +1,86 @@
+#include "engine/PlaybackGraph.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace parlova {
+
+// Feeds the decoded clip into the chain at its own rate, then silence; marks
+// the end once the chain's delay has been flushed out too.
+class PlaybackGraph::Player : public AudioSource {
+public:
+    Player(AudioFileReader& file, std::atomic<bool>& finished, long long flushFrames)
+        : file_(file), finished_(finished), flushFrames_(flushFrames) {}
+    int32_t pull(BufferList& out, int frames) noexcept override {
+        const int got = file_.read(out.data, frames);
+        for (int c = 0; c < out.count; ++c) std::fill(out.data[c] + got, out.data[c] + frames, 0.0f);
+        if (got < frames) {
+            afterEnd_ += frames - got;
+            if (afterEnd_ >= flushFrames_) finished_.store(true, std::memory_order_release);
+        }
+        return status::ok;
+    }
+
+private:
+    AudioFileReader& file_;
+    std::atomic<bool>& finished_;
+    long long flushFrames_;
+    long long afterEnd_ = 0;
+};
+
+namespace {
+// Renders the chain for the output device and taps its first channel.
+class ChainOutput : public AudioSource {
+public:
+    ChainOutput(VoiceChain& chain, TapRelay& meter)
+        : chain_(chain), meter_(meter), left_(DeviceOutput::kMaxSliceFrames), right_(DeviceOutput::kMaxSliceFrames) {}
+    int32_t pull(BufferList& out, int frames) noexcept override {
+        frames = std::min(frames, DeviceOutput::kMaxSliceFrames);
+        BufferList stereo;
+        stereo.count = 2;
+        stereo.data[0] = left_.data();
+        stereo.data[1] = right_.data();
+        const int32_t result = chain_.render(stereo, frames);
+        if (result != status::ok) return result;
+        const float* tapped = left_.data();
+        meter_.push(&tapped, frames);
+        for (int c = 0; c < out.count; ++c) std::copy_n(stereo.data[std::min(c, 1)], frames, out.data[c]);
+        return status::ok;
+    }
+
+private:
+    VoiceChain& chain_;
+    TapRelay& meter_;
+    std::vector<float> left_, right_;
+};
+}  // namespace
+
+PlaybackGraph::PlaybackGraph(std::unique_ptr<AudioFileReader> file, uint32_t output, const Voice& voice,
+                             BlockHandler meterTap)
+    : file_(std::move(file)) {
+    const AudioFormat fileFormat = file_->format();
+    meterRelay_ = std::make_unique<TapRelay>(1, 1024, [tap = std::move(meterTap)](const float* const* ch, int, int n) {
+        if (tap) tap(ch[0], n);
+    });
+    // The shifter's 75 ms block plus a short reverb tail.
+    player_ = std::make_unique<Player>(*file_, finished_, static_cast<long long>(0.4 * fileFormat.sampleRate));
+    chain_ = std::make_shared<VoiceChain>(voice, player_.get(), fileFormat);
+    renderer_ = std::make_unique<ChainOutput>(*chain_, *meterRelay_);
+    output_ = std::make_unique<DeviceOutput>(output, AudioFormat{fileFormat.sampleRate, 2}, renderer_.get());
+    connect(output_.get(), &DeviceOutput::deviceLost, this, &PlaybackGraph::deviceLost);
+    connect(output_.get(), &DeviceOutput::failed, this, &PlaybackGraph::failed);
+}
+
+PlaybackGraph::~PlaybackGraph() {
+    stop();
+    output_.reset();
+}
+
+void PlaybackGraph::start() { output_->start(); }
+
+void PlaybackGraph::stop() {
+    if (output_) output_->stop();
+}
+
+}  // namespace parlova
