@@ -111,6 +111,15 @@ class TestBadStreamInput:
         refused = worker.request({"op": "stream", "pcm": "%%%"})
         assert refused["ok"] is False and "base64" in refused["error"]
 
+    def test_stream_start_without_an_id_is_ignored(self, spawn, voices):
+        worker = spawn()
+        started = worker.request({"op": "stream_start", "references": refs(voices["low"]), "profile": "fastest",
+                                  "sample_rate": 16000})
+        worker.send({"op": "stream_start", "references": refs(voices["high"]), "profile": "clearest"})
+        worker.send({"op": "stream", "pcm": pcm(np.full(started["block_samples"], 0.1))})
+        out = worker.wait_for(lambda m: "stream_out" in m)
+        assert len(decoded(out)) == started["block_samples"]
+
     def test_audio_without_a_stream_is_ignored(self, spawn):
         worker = spawn()
         worker.send({"op": "stream", "pcm": pcm(np.zeros(48000))})

@@ -69,7 +69,7 @@ class FasterWhisper(Recogniser):
             path = name
         else:
             repo = name if "/" in name else f"Systran/faster-whisper-{name}"
-            path = hub.fetch(repo, f"the speech recogniser ({name})", self._status)
+            path = hub.fetch(repo, f"the speech recogniser {name}", self._status)
         cuda = False
         try:
             cuda = ctranslate2.get_cuda_device_count() > 0

@@ -115,6 +115,10 @@ class Worker:
             return
         rid = protocol.request_id(message)
         op = message.get("op")
+        if rid is None and op not in ("stream", "stream_stop"):
+            # Nobody could receive the answer, so the work would be wasted; a
+            # stream_start without an id must not end the running stream either.
+            return
         try:
             if op is None or op == "generate":
                 self._queue(rid, self._generation(message))
@@ -143,9 +147,6 @@ class Worker:
                 self._fail(rid, e.message)
 
     def _queue(self, rid: Any, run: Callable[[], dict]) -> None:
-        if rid is None:
-            # Nobody could receive the answer; the work would be wasted.
-            return
         self._jobs.put(Job(rid, run, time.monotonic()))
 
     def _fail(self, rid: Any, message: str) -> None:

@@ -67,7 +67,10 @@ class MlxBackend(Backend):
         return tts, self._turbo_voices.get_or(prompt.key, prepare)
 
     def generate(self, model: str, prompt: VoicePrompt, text: str, seed: int) -> tuple[np.ndarray, int]:
-        import mlx.core as mx
+        try:
+            import mlx.core as mx
+        except ImportError as e:
+            raise RequestError(f"The speech runtime (MLX) isn't installed ({e}). Set up voice cloning again.") from None
 
         with self._lock:
             mx.random.seed(seed % (2 ** 32))
