@@ -333,6 +333,6 @@ TEST(MicBridgePulse, SoakKeepsTheDelayWithinBounds) {
     std::printf("soak %d s: bridge delay mean %.1f ms, max %.1f ms, underruns %llu, trims %llu\n", seconds, meanMs,
                 maxMs, static_cast<unsigned long long>(underruns), static_cast<unsigned long long>(trims));
     EXPECT_LE(maxCount, 6 * bridge.cushion());
-    EXPECT_LE(meanMs, 60.0);
+    EXPECT_LE(meanMs, 6 * 20.0);
     EXPECT_GT(output.framesRendered(), static_cast<uint64_t>(seconds) * 40000u);
 }

@@ -1,0 +1,220 @@
+// The virtual microphone: its persistence as text, then install, update and
+// remove against the private sound server, where a second client recording
+// "Parlova Mic" must hear what is played into it, and the former device must
+// go away with both install and remove.
+#include "devices/AudioDeviceList.h"
+#include "devices/PulseTestServer.h"
+#include "devices/VirtualMic.h"
+#include "engine/DeviceOutput.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using namespace parlova;
+using parlova::testpulse::PrivateServer;
+
+namespace {
+
+QString readFile(const QString& path) {
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly)) return {};
+    return QString::fromUtf8(f.readAll());
+}
+
+void writeFile(const QString& path, const QString& text) {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(text.toUtf8());
+}
+
+// Refuses to go on unless every config path lies inside the private server's
+// folder: these tests must never edit the developer's own configuration.
+#define REQUIRE_PRIVATE_CONFIG()                                                                            \
+    do {                                                                                                    \
+        PARLOVA_REQUIRE_PULSE();                                                                            \
+        const QString root = QString::fromStdString(PrivateServer::get()->dir());                           \
+        ASSERT_TRUE(VirtualMic::pulseConfigPath().startsWith(root)) << VirtualMic::pulseConfigPath().toStdString(); \
+        ASSERT_TRUE(VirtualMic::pipewireConfigPath().startsWith(root));                                     \
+    } while (0)
+
+class SineSource : public AudioSource {
+public:
+    explicit SineSource(double hz) : step_(2 * M_PI * hz / 48000.0) {}
+    int32_t pull(BufferList& out, int frames) noexcept override {
+        for (int i = 0; i < frames; ++i) {
+            const float v = 0.4f * static_cast<float>(std::sin(phase_));
+            phase_ += step_;
+            for (int c = 0; c < out.count; ++c) out.data[c][i] = v;
+        }
+        return status::ok;
+    }
+
+private:
+    double phase_ = 0, step_;
+};
+
+int countModules(const std::string& pattern) {
+    std::string out;
+    PrivateServer::get()->run("pactl list short modules | grep -c " + testpulse::shellQuote(pattern), &out);
+    return std::atoi(out.c_str());
+}
+
+}  // namespace
+
+TEST(VirtualMicConfig, NewFileIncludesTheSystemSetupAndRemovesCleanly) {
+    const QString created = VirtualMic::withPulseBlock({}, false);
+    EXPECT_TRUE(created.startsWith("# Created by Parlova"));
+    EXPECT_TRUE(created.contains(".include /etc/pulse/default.pa\n"));
+    EXPECT_TRUE(created.contains("load-module module-null-sink sink_name=parlova_mic_sink "));
+    EXPECT_TRUE(created.contains("load-module module-remap-source master=parlova_mic_sink.monitor source_name=parlova_mic "));
+    EXPECT_TRUE(created.contains(".nofail\n"));
+    EXPECT_LT(created.indexOf(".include"), created.indexOf("### BEGIN Parlova Mic"));
+    EXPECT_TRUE(VirtualMic::withoutPulseBlocks(created).isEmpty());  // the file can go
+}
+
+TEST(VirtualMicConfig, UserContentIsKeptAndTheBlockReplacedNotDuplicated) {
+    const QString mine = ".include /etc/pulse/default.pa\nload-module module-echo-cancel\n";
+    const QString once = VirtualMic::withPulseBlock(mine, true);
+    const QString twice = VirtualMic::withPulseBlock(once, true);
+    EXPECT_EQ(once, twice);
+    EXPECT_EQ(twice.count("### BEGIN Parlova Mic"), 1);
+    EXPECT_TRUE(twice.startsWith(mine));
+    EXPECT_EQ(VirtualMic::withoutPulseBlocks(twice), mine);
+}
+
+TEST(VirtualMicConfig, FormerBlockIsRemovedByBoth) {
+    const QString former = "load-module module-x\n### BEGIN Tovix Voice Changer Mic\nload-module module-null-sink sink_name=tovix_voice_changer_mic_sink\n### END Tovix Voice Changer Mic\n";
+    const QString installed = VirtualMic::withPulseBlock(former, true);
+    EXPECT_FALSE(installed.contains("Tovix"));
+    EXPECT_TRUE(installed.startsWith("load-module module-x\n"));
+    EXPECT_EQ(VirtualMic::withoutPulseBlocks(former), "load-module module-x\n");
+}
+
+TEST(VirtualMicConfig, PipewireDropInEscapesItsArguments) {
+    const QString dropIn = VirtualMic::pipewireDropIn();
+    EXPECT_TRUE(dropIn.contains("pulse.cmd = ["));
+    EXPECT_TRUE(dropIn.contains("sink_properties=\\\"device.description='Parlova Mic' device.class=abstract\\\""));
+    EXPECT_EQ(dropIn.count("{ cmd = \"load-module\""), 2);
+    EXPECT_FALSE(dropIn.contains("properties=\"device"));  // every inner quote escaped
+}
+
+TEST(VirtualMicPulse, InstallLoadsPersistsAndAnotherClientHearsIt) {
+    REQUIRE_PRIVATE_CONFIG();
+    AudioDeviceList devices;
+    EXPECT_FALSE(VirtualMic::status().loaded);
+    VirtualMic::install();
+    auto status = VirtualMic::status();
+    EXPECT_TRUE(status.serverReachable);
+    EXPECT_FALSE(status.pipewire);
+    EXPECT_TRUE(status.loaded);
+    EXPECT_TRUE(status.persisted);
+    EXPECT_TRUE(readFile(VirtualMic::pulseConfigPath()).contains(".include /etc/pulse/default.pa"));
+
+    devices.refresh();
+    auto cable = devices.virtualCable();
+    ASSERT_TRUE(cable);
+    EXPECT_EQ(cable->name, "Parlova Mic");
+    EXPECT_EQ(cable->uid, "parlova_mic");
+    EXPECT_EQ(AudioDeviceList::virtualCableID(), std::optional<uint32_t>(cable->id));
+    // The real microphone is still the only physical one.
+    EXPECT_EQ(AudioDeviceList::physicalInputIDs().size(), 1u);
+
+    // A call app's view: record from "Parlova Mic" while Parlova plays into it.
+    const std::string dir = testpulse::tempDir();
+    const std::string file = dir + "/call.wav";
+    QProcess recorder;
+    recorder.start("parecord", {"--latency-msec=20", "-d", "parlova_mic", "--file-format=wav", "--format=float32le",
+                                "--channels=1", "--rate=48000", QString::fromStdString(file)});
+    ASSERT_TRUE(recorder.waitForStarted(3000));
+    SineSource sine(330.0);
+    DeviceOutput output(cable->id, DeviceOutput::formatFor(cable->id), &sine);
+    output.start();
+    ASSERT_TRUE(testpulse::waitUntil([&] { return output.framesRendered() > 0; }, 4000));
+    testpulse::pump(1200);
+    output.stop();
+    testpulse::pump(1000);
+    recorder.terminate();
+    recorder.waitForFinished(3000);
+    const auto heard = testpulse::readWavFloats(file);
+    ASSERT_GT(heard.size(), 24000u);
+    size_t best = 0;
+    double bestRms = 0;
+    for (size_t at = 0; at + 12000 <= heard.size(); at += 3000)
+        if (double r = testpulse::rms(heard, at, 12000); r > bestRms) bestRms = r, best = at;
+    EXPECT_NEAR(bestRms, 0.4 / std::sqrt(2.0), 0.05);
+    EXPECT_NEAR(testpulse::zeroCrossingHz(heard, 48000, best, 12000), 330.0, 2.0);
+
+    // Installing again is the update: still one pair and one block.
+    VirtualMic::install();
+    EXPECT_EQ(countModules("sink_name=parlova_mic_sink"), 1);
+    EXPECT_EQ(countModules("source_name=parlova_mic "), 1);
+    EXPECT_EQ(readFile(VirtualMic::pulseConfigPath()).count("### BEGIN Parlova Mic"), 1);
+
+    VirtualMic::uninstall();
+    status = VirtualMic::status();
+    EXPECT_FALSE(status.loaded);
+    EXPECT_FALSE(status.persisted);
+    EXPECT_FALSE(QFile::exists(VirtualMic::pulseConfigPath()));  // we made it, so it went
+    devices.refresh();
+    EXPECT_FALSE(devices.virtualCable());
+    EXPECT_EQ(countModules("parlova_mic"), 0);
+}
+
+TEST(VirtualMicPulse, FormerDeviceGoesWithInstallAndRemove) {
+    REQUIRE_PRIVATE_CONFIG();
+    auto* server = PrivateServer::get();
+    auto loadFormer = [&] {
+        server->nullSink(VirtualMic::kFormerSinkName, "Tovix Voice Changer Mic", 1);
+        server->remapSource(VirtualMic::kFormerSinkName, VirtualMic::kFormerSourceName, "Tovix Voice Changer Mic");
+    };
+    const QString userConfig = "load-module module-always-sink\n";
+    writeFile(VirtualMic::pulseConfigPath(),
+              userConfig + "### BEGIN Tovix Voice Changer Mic\nload-module module-null-sink sink_name=x\n### END Tovix Voice Changer Mic\n");
+    loadFormer();
+    EXPECT_TRUE(VirtualMic::status().formerPresent);
+    EXPECT_EQ(AudioDeviceList::name(*AudioDeviceList::virtualCableID()), std::optional<QString>("Tovix Voice Changer Mic"));
+    VirtualMic::install();
+    EXPECT_EQ(countModules("tovix_voice_changer_mic"), 0);
+    EXPECT_FALSE(VirtualMic::status().formerPresent);
+    EXPECT_EQ(AudioDeviceList::name(*AudioDeviceList::virtualCableID()), std::optional<QString>("Parlova Mic"));
+    EXPECT_TRUE(readFile(VirtualMic::pulseConfigPath()).startsWith(userConfig));
+
+    loadFormer();
+    VirtualMic::uninstall();
+    EXPECT_EQ(countModules("tovix_voice_changer_mic"), 0);
+    EXPECT_EQ(countModules("parlova_mic"), 0);
+    EXPECT_FALSE(AudioDeviceList::virtualCableID());
+    EXPECT_EQ(readFile(VirtualMic::pulseConfigPath()), userConfig);  // the user's own line stays
+    QFile::remove(VirtualMic::pulseConfigPath());
+}
+
+TEST(VirtualMicPulse, SetupFlowWaitsForTheDeviceAndRefreshesAfterRemove) {
+    REQUIRE_PRIVATE_CONFIG();
+    AudioDeviceList devices;
+    VirtualMicSetup setup(&devices);
+    setup.setPollInterval(20);
+    setup.setRefreshDelay(50);
+    QStringList errors;
+    int finished = 0;
+    QObject::connect(&setup, &VirtualMicSetup::errorMessage, [&](const QString& m) { errors << m; });
+    QObject::connect(&setup, &VirtualMicSetup::finished, [&] { ++finished; });
+    setup.install();
+    EXPECT_TRUE(setup.installing());
+    ASSERT_TRUE(testpulse::waitUntil([&] { return finished == 1; }, 3000));
+    EXPECT_FALSE(setup.installing());
+    EXPECT_TRUE(errors.isEmpty()) << errors.join(" | ").toStdString();
+    ASSERT_TRUE(devices.virtualCable());
+    EXPECT_EQ(devices.virtualCable()->name, "Parlova Mic");
+
+    setup.remove();
+    ASSERT_TRUE(testpulse::waitUntil([&] { return finished == 2; }, 3000));
+    EXPECT_TRUE(errors.isEmpty());
+    EXPECT_FALSE(devices.virtualCable());
+}
