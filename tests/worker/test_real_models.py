@@ -8,6 +8,7 @@ download anything and are skipped otherwise, saying what is missing.
 from __future__ import annotations
 
 import base64
+import functools
 import os
 import subprocess
 import sys
@@ -33,16 +34,17 @@ def _cached(repo: str) -> bool:
     return snapshots.is_dir() and any(snapshots.iterdir())
 
 
+@functools.lru_cache(maxsize=None)
 def _has_runtime(modules: str) -> bool:
     done = subprocess.run([PYTHON, "-c", f"import {modules}"], capture_output=True)
     return done.returncode == 0
 
 
 def _require(repo: str, modules: str) -> None:
-    if not _has_runtime(modules):
-        pytest.skip(f"{PYTHON} lacks the torch runtime ({modules}); set PARLOVA_WORKER_PYTHON to one that has it")
     if not _cached(repo):
         pytest.skip(f"{repo} is not in the local model cache ({_hub_cache()}); these tests never download")
+    if not _has_runtime(modules):
+        pytest.skip(f"{PYTHON} lacks the torch runtime ({modules}); set PARLOVA_WORKER_PYTHON to one that has it")
 
 
 @pytest.fixture
