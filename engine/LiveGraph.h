@@ -52,6 +52,7 @@ public:
     AudioFormat recordingFormat() const { return {format_.sampleRate, 1}; }
     const AudioFormat& outputFormat() const { return format_; }
     MicCapture& mic() { return *mic_; }
+    std::shared_ptr<MicBridge> micBridge() const { return mic_->sharedBridge(); }
     DeviceOutput& output() { return *output_; }
 
 signals:

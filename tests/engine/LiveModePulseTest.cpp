@@ -1,0 +1,215 @@
+// Live and call mode against a private sound server: what comes out of the
+// output device and the virtual mic is recorded by another client and measured.
+#include "engine/VoiceEngine.h"
+#include "support/Analysis.h"
+#include "support/PulseClients.h"
+
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+using namespace parlova;
+using namespace parlova::testpulse;
+
+namespace {
+
+constexpr int kRate = 48000;
+
+// A 150 Hz sawtooth long enough to outlast each measurement (one second
+// repeated: 320-sample periods tile seamlessly).
+std::string sawtoothFile(const std::string& dir, int seconds = 8) {
+    const std::string path = dir + "/saw.wav";
+    const auto second = analysis::sawtooth(150, 1.0, kRate, 0.4f);
+    std::vector<float> all;
+    for (int i = 0; i < seconds; ++i) all.insert(all.end(), second.begin(), second.end());
+    writeWavMono(path, all, kRate);
+    return path;
+}
+
+Voice steadyVoice(float pitchCents) {
+    Voice v = Voice::natural();
+    v.pitch = pitchCents;
+    return v;
+}
+
+std::optional<uint32_t> idOf(const std::string& uid) { return AudioDeviceList::deviceID(QString::fromStdString(uid)); }
+
+// The virtual microphone as the installer makes it: a null sink and a remap of its monitor.
+struct VirtualMicModules {
+    PrivateServer& server;
+    int sink, source;
+    explicit VirtualMicModules(PrivateServer& s)
+        : server(s), sink(s.nullSink("parlova_mic", "Parlova Mic")),
+          source(s.remapSource("parlova_mic", "parlova_mic_source", "Parlova Mic")) {}
+    ~VirtualMicModules() {
+        server.unloadModule(source);
+        server.unloadModule(sink);
+    }
+};
+
+class LiveModePulse : public ::testing::Test {
+protected:
+    QTemporaryDir dir;
+    std::unique_ptr<QSettings> settings;
+    void SetUp() override {
+        PARLOVA_REQUIRE_PULSE();
+        settings = std::make_unique<QSettings>(dir.filePath("settings.ini"), QSettings::IniFormat);
+        PrivateServer::get()->pactl("set-default-source fake_mic");
+        PrivateServer::get()->pactl("set-default-sink speakers");
+    }
+    std::string file(const char* name) { return dir.filePath(name).toStdString(); }
+    double measuredHz(const std::vector<float>& s) {
+        // The last second but the final tenth (the recorder's last buffer may be cut).
+        if (s.size() < static_cast<size_t>(1.3 * kRate)) return 0;
+        return analysis::fundamental(s, kRate, s.size() - static_cast<size_t>(1.1 * kRate), kRate);
+    }
+};
+
+}  // namespace
+
+TEST_F(LiveModePulse, TheOutputCarriesTheVoiceAndBypassNeedsNoRestart) {
+    VoiceEngine engine(settings.get());
+    engine.set(steadyVoice(650));
+    MicFeed feed(sawtoothFile(dir.path().toStdString()));
+    engine.toggleLive();
+    ASSERT_TRUE(waitUntil([&] { return engine.liveGraph() != nullptr; }, 3000)) << engine.errorMessage().toStdString();
+    EXPECT_TRUE(engine.isLive());
+
+    SourceRecorder shifted("speakers.monitor", file("shifted.wav"));
+    pump(3000);
+    EXPECT_NEAR(analysis::cents(measuredHz(shifted.stop()), 218.35), 0.0, 5.0);
+    EXPECT_GT(engine.meter().value(), 0.3f);
+    EXPECT_GT(engine.detectedPitch(), 140.0f);
+
+    const LiveGraph* graph = engine.liveGraph();
+    engine.setBypass(true);
+    SourceRecorder natural("speakers.monitor", file("natural.wav"));
+    pump(3000);
+    EXPECT_NEAR(analysis::cents(measuredHz(natural.stop()), 150.0), 0.0, 5.0);
+    EXPECT_EQ(engine.liveGraph(), graph);  // the same route kept running
+
+    engine.toggleLive();
+    EXPECT_EQ(engine.liveGraph(), nullptr);
+    EXPECT_FALSE(engine.isLive());
+    pump(100);
+    EXPECT_EQ(engine.meter().value(), 0.0f);
+}
+
+TEST_F(LiveModePulse, CallModeFeedsTheVirtualMicAndGivesTheRealMicBack) {
+    VirtualMicModules mic(*PrivateServer::get());
+    ASSERT_TRUE(waitUntil([] { return AudioDeviceList::virtualCableID().has_value(); }, 2000));
+    VoiceEngine engine(settings.get());
+    engine.set(steadyVoice(-400));
+    engine.setCallMode(true);
+    MicFeed feed(sawtoothFile(dir.path().toStdString()));
+    engine.toggleLive();
+    ASSERT_TRUE(waitUntil([&] { return engine.liveGraph() != nullptr; }, 3000)) << engine.errorMessage().toStdString();
+    EXPECT_TRUE(engine.liveIsCall());
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), AudioDeviceList::virtualCableID());
+    EXPECT_EQ(settings->value(VoiceEngine::kMicBeforeCallModeKey).toString(), "fake_mic");
+
+    // Another app recording the system microphone hears the changed voice.
+    SourceRecorder app("parlova_mic_source", file("call.wav"));
+    pump(3000);
+    EXPECT_NEAR(analysis::cents(measuredHz(app.stop()), 150.0), -400.0, 5.0);
+
+    engine.toggleLive();
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), idOf("fake_mic"));
+    EXPECT_FALSE(settings->contains(VoiceEngine::kMicBeforeCallModeKey));
+}
+
+TEST_F(LiveModePulse, HearMyselfUsesHeadphonesButNeverSpeakers) {
+    VirtualMicModules mic(*PrivateServer::get());
+    VoiceEngine engine(settings.get());
+    engine.setCallMode(true);
+    engine.setHearMyself(true);
+    engine.setOutputUID("speakers", false);
+    engine.toggleLive();
+    ASSERT_TRUE(waitUntil([&] { return engine.liveGraph() != nullptr; }, 3000)) << engine.errorMessage().toStdString();
+    EXPECT_FALSE(engine.liveGraph()->route().monitor.has_value());
+
+    engine.setOutputUID("headphones", false);  // restarts live on the new route
+    ASSERT_TRUE(waitUntil([&] { return engine.liveGraph() != nullptr; }, 3000));
+    ASSERT_TRUE(engine.liveGraph()->route().monitor.has_value());
+    EXPECT_EQ(*engine.liveGraph()->route().monitor, idOf("headphones"));
+    EXPECT_EQ(engine.liveGraph()->route().output, AudioDeviceList::virtualCableID());
+    engine.toggleLive();
+}
+
+TEST_F(LiveModePulse, CallModeWithoutTheVirtualMicFailsAfterThreeAttempts) {
+    VoiceEngine engine(settings.get());
+    engine.setCallMode(true);
+    const auto start = std::chrono::steady_clock::now();
+    engine.toggleLive();
+    ASSERT_TRUE(waitUntil([&] { return !engine.isLive(); }, 3000));
+    const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_GE(waited, 0.75);  // two retries, 0.4 s apart
+    EXPECT_EQ(engine.errorMessage(), VoiceEngine::kCallNeedsVirtualMicMessage);
+    EXPECT_EQ(engine.liveGraph(), nullptr);
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), idOf("fake_mic"));
+}
+
+TEST_F(LiveModePulse, AnOutputUnpluggedMidLiveStopsLiveWithTheDisconnectSentence) {
+    auto* server = PrivateServer::get();
+    const int usb = server->nullSink("usb_headset", "USB Headset");
+    VoiceEngine engine(settings.get());
+    engine.setOutputUID("usb_headset", false);
+    engine.toggleLive();
+    ASSERT_TRUE(waitUntil([&] { return engine.liveGraph() != nullptr; }, 3000)) << engine.errorMessage().toStdString();
+    server->unloadModule(usb);
+    ASSERT_TRUE(waitUntil([&] { return !engine.isLive(); }, 3000));
+    EXPECT_EQ(engine.errorMessage(), VoiceEngine::kDisconnectedMessage);
+    EXPECT_EQ(engine.liveGraph(), nullptr);
+}
+
+TEST_F(LiveModePulse, RecordingUsesTheMutedLiveInputAndBecomesTheClip) {
+    VoiceEngine engine(settings.get());
+    MicFeed feed(sawtoothFile(dir.path().toStdString()));
+    SourceRecorder speakers("speakers.monitor", file("speakers.wav"));
+    engine.toggleRecording();
+    ASSERT_TRUE(engine.isRecording());
+    ASSERT_NE(engine.liveGraph(), nullptr);
+    // The test server's idle sinks take a moment before a new stream gets audio.
+    ASSERT_TRUE(waitUntil([&] { return engine.liveGraph()->micBridge()->count() > 0; }, 4000));
+    pump(1500);
+    EXPECT_FALSE(engine.isLive());
+    EXPECT_NE(engine.liveGraph(), nullptr);
+    engine.toggleRecording();
+    EXPECT_EQ(engine.liveGraph(), nullptr);
+    // The capture stream takes a moment to start delivering.
+    EXPECT_GT(engine.clipDuration(), 1.3);
+    EXPECT_LT(engine.clipDuration(), 1.6);
+    EXPECT_LT(rms(speakers.stop()), 1e-4);  // nothing was heard while only recording
+}
+
+// The command-line tool in call mode, ended by SIGTERM and by SIGKILL: the real
+// microphone comes back at once, or at the next start.
+TEST_F(LiveModePulse, SystemMicIsRestoredAfterSigtermAndAfterAHardKill) {
+    VirtualMicModules mic(*PrivateServer::get());
+    auto runCli = [&](int signal) {
+        QProcess cli;
+        auto env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_CONFIG_HOME", dir.filePath("config"));
+        cli.setProcessEnvironment(env);
+        cli.start(PARLOVA_CLI_PATH, {"live", "--voice", "Natural", "--call"});
+        EXPECT_TRUE(waitUntil([&] { return AudioDeviceList::defaultInputID() == AudioDeviceList::virtualCableID(); },
+                              5000))
+            << cli.readAllStandardError().toStdString();
+        ::kill(static_cast<pid_t>(cli.processId()), signal);
+        cli.waitForFinished(5000);
+        return cli.exitCode();
+    };
+    EXPECT_EQ(runCli(SIGTERM), 0);
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), idOf("fake_mic"));
+
+    runCli(SIGKILL);
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), AudioDeviceList::virtualCableID());  // left behind
+    QSettings cliSettings(dir.filePath("config/Parlova/Parlova.conf"), QSettings::IniFormat);
+    EXPECT_EQ(cliSettings.value(VoiceEngine::kMicBeforeCallModeKey).toString(), "fake_mic");
+    VoiceEngine nextStart(&cliSettings);
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), idOf("fake_mic"));
+    EXPECT_FALSE(cliSettings.contains(VoiceEngine::kMicBeforeCallModeKey));
+}
