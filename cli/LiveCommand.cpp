@@ -81,10 +81,8 @@ void printErrors(VoiceEngine& engine) {
 int live(const std::vector<std::string>& args) {
     Options o = parse(args, kLiveUsage);
     if (!o.ok || !o.files.empty()) return 2;
-    auto voice = findVoice(o.voice);
+    auto voice = voiceWithOverrides(o.voice, o.overrides);
     if (!voice) return 2;
-    for (const auto& assignment : o.overrides)
-        if (!applyOverride(*voice, assignment)) return 2;
 
     VoiceEngine engine;
     printErrors(engine);
@@ -174,10 +172,8 @@ int play(const std::vector<std::string>& args) {
         if (o.ok) std::fputs(kPlayUsage, stderr);
         return 2;
     }
-    auto voice = findVoice(o.voice);
+    auto voice = voiceWithOverrides(o.voice, o.overrides);
     if (!voice) return 2;
-    for (const auto& assignment : o.overrides)
-        if (!applyOverride(*voice, assignment)) return 2;
     VoiceEngine engine;
     printErrors(engine);
     engine.set(*voice);

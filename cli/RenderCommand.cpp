@@ -51,10 +51,8 @@ int render(const std::vector<std::string>& args) {
         return 2;
     }
 
-    std::optional<Voice> voice = findVoice(voiceName);
+    std::optional<Voice> voice = voiceWithOverrides(voiceName, overrides);
     if (!voice) return 2;
-    for (const auto& assignment : overrides)
-        if (!applyOverride(*voice, assignment)) return 2;
 
     VoiceEngine engine;
     engine.set(*voice);

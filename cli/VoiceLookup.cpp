@@ -41,4 +41,12 @@ bool applyOverride(Voice& voice, const std::string& assignment) {
     return false;
 }
 
+std::optional<Voice> voiceWithOverrides(const std::string& name, const std::vector<std::string>& overrides) {
+    auto voice = findVoice(name);
+    if (!voice) return std::nullopt;
+    for (const auto& assignment : overrides)
+        if (!applyOverride(*voice, assignment)) return std::nullopt;
+    return voice;
+}
+
 }  // namespace parlova::cli

@@ -13,5 +13,7 @@ namespace parlova::cli {
 std::optional<Voice> findVoice(const std::string& name);
 // Applies FIELD=VALUE to a float field; prints the reason and returns false on a bad one.
 bool applyOverride(Voice& voice, const std::string& assignment);
+// findVoice, then every override in order; nothing when any step fails.
+std::optional<Voice> voiceWithOverrides(const std::string& name, const std::vector<std::string>& overrides);
 
 }  // namespace parlova::cli

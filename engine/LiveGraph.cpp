@@ -1,45 +1,10 @@
 #include "engine/LiveGraph.h"
 
+#include "engine/ChainOutput.h"
+
 #include <algorithm>
 
 namespace parlova {
-
-// Pulled by the output device: renders the chain, feeds the meter tap, applies
-// the main-mixer volume and copies the result to the monitor bridge.
-class LiveGraph::Renderer : public AudioSource {
-public:
-    Renderer(VoiceChain& chain, std::atomic<float>& volume, MicBridge* monitor, TapRelay& meter)
-        : chain_(chain), volume_(volume), monitor_(monitor), meter_(meter),
-          left_(DeviceOutput::kMaxSliceFrames), right_(DeviceOutput::kMaxSliceFrames) {}
-
-    int32_t pull(BufferList& out, int frames) noexcept override {
-        frames = std::min(frames, DeviceOutput::kMaxSliceFrames);
-        BufferList stereo;
-        stereo.count = 2;
-        stereo.data[0] = left_.data();
-        stereo.data[1] = right_.data();
-        if (chain_.render(stereo, frames) != status::ok) {
-            std::fill_n(left_.data(), frames, 0.0f);
-            std::fill_n(right_.data(), frames, 0.0f);
-        }
-        const float* tapped = left_.data();
-        meter_.push(&tapped, frames);
-        const float volume = volume_.load(std::memory_order_relaxed);
-        for (int c = 0; c < out.count; ++c) {
-            const float* from = stereo.data[std::min(c, 1)];
-            for (int i = 0; i < frames; ++i) out.data[c][i] = from[i] * volume;
-        }
-        if (monitor_ != nullptr) monitor_->write(out, frames);
-        return status::ok;
-    }
-
-private:
-    VoiceChain& chain_;
-    std::atomic<float>& volume_;
-    MicBridge* monitor_;
-    TapRelay& meter_;
-    std::vector<float> left_, right_;
-};
 
 class LiveGraph::RecordingListener : public CaptureListener {
 public:
@@ -72,7 +37,7 @@ LiveGraph::LiveGraph(const LiveRoute& route, const Voice& voice, BlockHandler re
 
     chain_ = std::make_shared<VoiceChain>(voice, mic_->sharedBridge().get(), AudioFormat{format_.sampleRate, 1});
     if (route.monitor) monitorBridge_ = std::make_shared<MicBridge>(format_.sampleRate, kMonitorCushionSeconds);
-    renderer_ = std::make_unique<Renderer>(*chain_, volume_, monitorBridge_.get(), *meterRelay_);
+    renderer_ = std::make_unique<ChainOutput>(*chain_, *meterRelay_, &volume_, monitorBridge_.get());
 
     output_ = std::make_unique<DeviceOutput>(route.output, format_, renderer_.get());
     connect(output_.get(), &DeviceOutput::deviceLost, this, &LiveGraph::deviceLost);

@@ -60,7 +60,6 @@ signals:
     void failed(const QString& message);
 
 private:
-    class Renderer;
     class RecordingListener;
 
     LiveRoute route_;
@@ -72,7 +71,7 @@ private:
     std::unique_ptr<MicCapture> mic_;
     std::shared_ptr<VoiceChain> chain_;
     std::shared_ptr<MicBridge> monitorBridge_;
-    std::unique_ptr<Renderer> renderer_;
+    std::unique_ptr<AudioSource> renderer_;
     std::unique_ptr<DeviceOutput> output_;
     std::unique_ptr<DeviceOutput> monitor_;
 };

@@ -1,5 +1,7 @@
 #include "engine/PlaybackGraph.h"
 
+#include "engine/ChainOutput.h"
+
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -28,33 +30,6 @@ private:
     long long flushFrames_;
     long long afterEnd_ = 0;
 };
-
-namespace {
-// Renders the chain for the output device and taps its first channel.
-class ChainOutput : public AudioSource {
-public:
-    ChainOutput(VoiceChain& chain, TapRelay& meter)
-        : chain_(chain), meter_(meter), left_(DeviceOutput::kMaxSliceFrames), right_(DeviceOutput::kMaxSliceFrames) {}
-    int32_t pull(BufferList& out, int frames) noexcept override {
-        frames = std::min(frames, DeviceOutput::kMaxSliceFrames);
-        BufferList stereo;
-        stereo.count = 2;
-        stereo.data[0] = left_.data();
-        stereo.data[1] = right_.data();
-        const int32_t result = chain_.render(stereo, frames);
-        if (result != status::ok) return result;
-        const float* tapped = left_.data();
-        meter_.push(&tapped, frames);
-        for (int c = 0; c < out.count; ++c) std::copy_n(stereo.data[std::min(c, 1)], frames, out.data[c]);
-        return status::ok;
-    }
-
-private:
-    VoiceChain& chain_;
-    TapRelay& meter_;
-    std::vector<float> left_, right_;
-};
-}  // namespace
 
 PlaybackGraph::PlaybackGraph(std::unique_ptr<AudioFileReader> file, uint32_t output, const Voice& voice,
                              BlockHandler meterTap)
