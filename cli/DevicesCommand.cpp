@@ -1,6 +1,7 @@
 // parlova-cli devices [--json]: the inputs, outputs, defaults and the virtual
 // cable as the app sees them.
 #include "cli/Command.h"
+#include "devices/pulse/StreamLoop.h"
 #include "devices/AudioDeviceList.h"
 
 #include <QJsonArray>
@@ -34,7 +35,7 @@ int run(const std::vector<std::string>& args) {
         }
     }
     if (!AudioDeviceList::isServerReachable()) {
-        std::fprintf(stderr, "Couldn't reach the sound server. Make sure PulseAudio or PipeWire is running, then try again.\n");
+        std::fprintf(stderr, "%s\n", pulse::kNoServerMessage.c_str());
         return 1;
     }
     AudioDeviceList list;

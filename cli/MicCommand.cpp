@@ -1,5 +1,6 @@
 // parlova-cli mic install|remove|status: the virtual microphone "Parlova Mic".
 #include "cli/Command.h"
+#include "devices/pulse/StreamLoop.h"
 #include "devices/AudioDeviceList.h"
 #include "devices/VirtualMic.h"
 
@@ -41,7 +42,7 @@ int runFlow(bool install) {
 int printStatus() {
     const auto s = VirtualMic::status();
     if (!s.serverReachable) {
-        std::fprintf(stderr, "Couldn't reach the sound server. Make sure PulseAudio or PipeWire is running, then try again.\n");
+        std::fprintf(stderr, "%s\n", pulse::kNoServerMessage.c_str());
         return 1;
     }
     std::printf("Sound server: %s\n", s.pipewire ? "PipeWire (pipewire-pulse)" : "PulseAudio");

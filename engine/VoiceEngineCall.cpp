@@ -2,6 +2,8 @@
 // microphone while live runs, and always giving the real microphone back.
 #include "engine/VoiceEngine.h"
 
+#include "devices/pulse/StreamLoop.h"
+
 #include <algorithm>
 
 namespace parlova {
@@ -30,6 +32,7 @@ std::optional<uint32_t> VoiceEngine::physicalMic() const {
 }
 
 LiveRoute VoiceEngine::liveRouting() const {
+    if (!AudioDeviceList::isServerReachable()) throw VoiceEngineError(pulse::kNoServerMessage);
     LiveRoute route;
     std::optional<uint32_t> mic, output;
     route.isCall = callMode_ && isLive_;

@@ -122,3 +122,25 @@ TEST_F(Cli, BadInputGivesTheEngineSentenceAndTouchesNothing) {
     EXPECT_EQ(run({"render", "--voice", "Old Lady", "--set", "pitch=high", path("good.wav"), path("o.wav")}).exitCode, 2);
     EXPECT_FALSE(settingsWritten());
 }
+
+TEST_F(Cli, LiveWithoutASoundServerSaysSoAndRenderStillWorks) {
+    QFile config(path("client.conf"));
+    ASSERT_TRUE(config.open(QIODevice::WriteOnly));
+    config.write("autospawn = no\n");
+    config.close();
+    QProcess process;
+    auto env = QProcessEnvironment::systemEnvironment();
+    env.insert("XDG_CONFIG_HOME", path("config"));
+    env.insert("PULSE_SERVER", "unix:" + path("no-server-here"));
+    env.insert("PULSE_CLIENTCONFIG", path("client.conf"));
+    process.setProcessEnvironment(env);
+    process.start(PARLOVA_CLI_PATH, {"live", "--voice", "Old Lady", "--seconds", "1"});
+    ASSERT_TRUE(process.waitForFinished(20000));
+    EXPECT_EQ(process.exitCode(), 1);
+    EXPECT_TRUE(QString::fromUtf8(process.readAllStandardError()).contains("Couldn't reach the sound server."));
+
+    ASSERT_TRUE(writeWav(folder.file("in.wav"), tone(200, 0.3, 48000)));
+    process.start(PARLOVA_CLI_PATH, {"render", "--voice", "Old Lady", path("in.wav"), path("out.flac")});
+    ASSERT_TRUE(process.waitForFinished(20000));
+    EXPECT_EQ(process.exitCode(), 0);
+}
