@@ -208,13 +208,13 @@ public:
 
     bool connect(const char* sink) {
         pulse::PulseLoop::Lock lock(loop_);
-        const pa_sample_spec spec = monoFloat();
-        stream_ = pa_stream_new(loop_.context(), "Latency probe bursts", &spec, nullptr);
+        const pa_sample_spec format = monoFloat();
+        stream_ = pa_stream_new(loop_.context(), "Latency probe bursts", &format, nullptr);
         if (!stream_) return false;
         pa_stream_set_write_callback(stream_, &BurstPlayer::onWrite, this);
         pa_buffer_attr attr;
         attr.maxlength = static_cast<uint32_t>(-1);
-        attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(20000, &spec));
+        attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(20000, &format));
         attr.prebuf = static_cast<uint32_t>(-1);
         attr.minreq = static_cast<uint32_t>(-1);
         attr.fragsize = static_cast<uint32_t>(-1);
@@ -288,14 +288,14 @@ public:
 
     bool connect() {
         pulse::PulseLoop::Lock lock(loop_);
-        const pa_sample_spec spec = monoFloat();
-        stream_ = pa_stream_new(loop_.context(), ("Latency probe: " + source_).c_str(), &spec, nullptr);
+        const pa_sample_spec format = monoFloat();
+        stream_ = pa_stream_new(loop_.context(), ("Latency probe: " + source_).c_str(), &format, nullptr);
         if (!stream_) return false;
         pa_stream_set_read_callback(stream_, &StampedRecorder::onRead, this);
         pa_buffer_attr attr;
         attr.maxlength = static_cast<uint32_t>(-1);
         attr.tlength = attr.prebuf = attr.minreq = static_cast<uint32_t>(-1);
-        attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(10000, &spec));
+        attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(10000, &format));
         const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_INTERPOLATE_TIMING |
                                                           PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_DONT_MOVE);
         return pa_stream_connect_record(stream_, source_.c_str(), &attr, flags) == 0;
