@@ -1,5 +1,6 @@
 // parlova-cli: headless commands over the same core the desktop app uses.
 #include "cli/Command.h"
+#include "devices/LegacyMigration.h"
 
 #include <QCoreApplication>
 
@@ -35,6 +36,9 @@ int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setOrganizationName("Parlova");
     QCoreApplication::setApplicationName("Parlova");
+    // Settings and files of the former name are taken over once, before
+    // anything reads them.
+    parlova::LegacyMigration::run();
 
     std::vector<std::string> args(argv + 1, argv + argc);
     if (args.empty() || args[0] == "--help" || args[0] == "-h" || args[0] == "help") {

@@ -9,6 +9,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QSettings>
 
 #include <gtest/gtest.h>
 
@@ -37,7 +38,11 @@ protected:
                 QString::fromUtf8(process.readAllStandardError())};
     }
     QString path(const std::string& name) { return QString::fromStdString(folder.file(name)); }
-    bool settingsWritten() { return QFile::exists(path("config/Parlova/Parlova.conf")); }
+    // Whether the voice list was written (the one-time migration flag may be).
+    bool settingsWritten() {
+        QSettings settings(path("config/Parlova/Parlova.conf"), QSettings::IniFormat);
+        return settings.contains("voices.v5");
+    }
 };
 
 }  // namespace
