@@ -16,6 +16,28 @@ private:
 };
 
 namespace {
+
+// The output device may start asking for audio a while after the microphone
+// started delivering. Whatever the bridge gathered before the first request
+// would otherwise stay as extra delay (the bridge only trims a large backlog
+// down to two cushions), so the first request starts the bridge afresh.
+class FreshStart : public AudioSource {
+public:
+    FreshStart(AudioSource& inner, MicBridge& bridge) : inner_(inner), bridge_(bridge) {}
+    int32_t pull(BufferList& out, int frames) noexcept override {
+        if (!started_) {
+            started_ = true;
+            bridge_.reset();
+        }
+        return inner_.pull(out, frames);
+    }
+
+private:
+    AudioSource& inner_;
+    MicBridge& bridge_;
+    bool started_ = false;
+};
+
 TapRelay::Handler monoHandler(LiveGraph::BlockHandler handler) {
     return [handler = std::move(handler)](const float* const* channels, int, int frames) {
         if (handler) handler(channels[0], frames);
@@ -38,8 +60,9 @@ LiveGraph::LiveGraph(const LiveRoute& route, const Voice& voice, BlockHandler re
     chain_ = std::make_shared<VoiceChain>(voice, mic_->sharedBridge().get(), AudioFormat{format_.sampleRate, 1});
     if (route.monitor) monitorBridge_ = std::make_shared<MicBridge>(format_.sampleRate, kMonitorCushionSeconds);
     renderer_ = std::make_unique<ChainOutput>(*chain_, *meterRelay_, &volume_, monitorBridge_.get());
+    freshStart_ = std::make_unique<FreshStart>(*renderer_, mic_->bridge());
 
-    output_ = std::make_unique<DeviceOutput>(route.output, format_, renderer_.get());
+    output_ = std::make_unique<DeviceOutput>(route.output, format_, freshStart_.get(), kOutputLatencySeconds);
     connect(output_.get(), &DeviceOutput::deviceLost, this, &LiveGraph::deviceLost);
     connect(output_.get(), &DeviceOutput::failed, this, &LiveGraph::failed);
     if (route.monitor) {

@@ -29,6 +29,9 @@ class LiveGraph : public QObject {
 public:
     static constexpr double kMonitorCushionSeconds = 0.03;
     static constexpr int kTapFrames = 1024;
+    // The output keeps this much audio queued at the server: small, since it
+    // adds to the delay between speaking and being heard.
+    static constexpr double kOutputLatencySeconds = 0.01;
 
     using BlockHandler = std::function<void(const float* mono, int frames)>;
 
@@ -72,6 +75,7 @@ private:
     std::shared_ptr<VoiceChain> chain_;
     std::shared_ptr<MicBridge> monitorBridge_;
     std::unique_ptr<AudioSource> renderer_;
+    std::unique_ptr<AudioSource> freshStart_;
     std::unique_ptr<DeviceOutput> output_;
     std::unique_ptr<DeviceOutput> monitor_;
 };
