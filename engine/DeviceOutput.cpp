@@ -55,11 +55,7 @@ DeviceOutput::DeviceOutput(uint32_t device, AudioFormat format, AudioSource* ren
         close();
         throw statusError("select the output device", err);
     }
-    const bool ready = loop_->waitFor([this] {
-        const auto st = pa_stream_get_state(stream_);
-        return st == PA_STREAM_READY || !PA_STREAM_IS_GOOD(st);
-    });
-    if (!ready || pa_stream_get_state(stream_) != PA_STREAM_READY) {
+    if (!pulse::waitUntilReady(*loop_, stream_)) {
         const int err = pa_context_errno(loop_->context());
         close();
         throw statusError("connect the output", err);
@@ -76,38 +72,18 @@ DeviceOutput::~DeviceOutput() {
 void DeviceOutput::close() {
     closing_ = true;
     running_ = false;
-    if (!stream_) return;
-    pa_stream_set_write_callback(stream_, nullptr, nullptr);
-    pa_stream_set_state_callback(stream_, nullptr, nullptr);
-    pa_stream_disconnect(stream_);
-    pa_stream_unref(stream_);
-    stream_ = nullptr;
+    pulse::releaseStream(stream_);
 }
 
 bool DeviceOutput::cork(bool paused) {
-    PulseLoop::Lock lock(*loop_);
-    if (!stream_ || pa_stream_get_state(stream_) != PA_STREAM_READY) return false;
-    struct Done {
-        PulseLoop* loop;
-        bool ok = false;
-    } done{loop_.get()};
-    auto cb = [](pa_stream*, int success, void* userdata) {
-        auto* d = static_cast<Done*>(userdata);
-        d->ok = success != 0;
-        d->loop->signal();
-    };
-    return loop_->wait(pa_stream_cork(stream_, paused ? 1 : 0, cb, &done)) && done.ok;
+    return pulse::corkStream(*loop_, stream_, paused);
 }
 
 void DeviceOutput::start() {
     running_ = true;
     if (!cork(false)) {
         running_ = false;
-        int err = PA_ERR_BADSTATE;
-        {
-            PulseLoop::Lock lock(*loop_);
-            if (pa_context_errno(loop_->context())) err = pa_context_errno(loop_->context());
-        }
+        const int err = pulse::lastError(*loop_);
         throw statusError("start the output", err);
     }
 }

@@ -47,11 +47,7 @@ MicCapture::MicCapture(uint32_t device, double sampleRate, double latencySeconds
         close();
         throw statusError("select the microphone", err);
     }
-    const bool ready = loop_->waitFor([this] {
-        const auto st = pa_stream_get_state(stream_);
-        return st == PA_STREAM_READY || !PA_STREAM_IS_GOOD(st);
-    });
-    if (!ready || pa_stream_get_state(stream_) != PA_STREAM_READY) {
+    if (!pulse::waitUntilReady(*loop_, stream_)) {
         const int err = pa_context_errno(loop_->context());
         close();
         throw statusError("listen to the microphone", err);
@@ -68,37 +64,17 @@ MicCapture::~MicCapture() {
 void MicCapture::close() {
     // Lock held. No callback may reach this object once it returns.
     closing_ = true;
-    if (!stream_) return;
-    pa_stream_set_read_callback(stream_, nullptr, nullptr);
-    pa_stream_set_state_callback(stream_, nullptr, nullptr);
-    pa_stream_disconnect(stream_);
-    pa_stream_unref(stream_);
-    stream_ = nullptr;
+    pulse::releaseStream(stream_);
 }
 
 bool MicCapture::cork(bool paused) {
-    PulseLoop::Lock lock(*loop_);
-    if (!stream_ || pa_stream_get_state(stream_) != PA_STREAM_READY) return false;
-    struct Done {
-        PulseLoop* loop;
-        bool ok = false;
-    } done{loop_.get()};
-    auto cb = [](pa_stream*, int success, void* userdata) {
-        auto* d = static_cast<Done*>(userdata);
-        d->ok = success != 0;
-        d->loop->signal();
-    };
-    return loop_->wait(pa_stream_cork(stream_, paused ? 1 : 0, cb, &done)) && done.ok;
+    return pulse::corkStream(*loop_, stream_, paused);
 }
 
 void MicCapture::start() {
     bridge_->reset();
     if (!cork(false)) {
-        int err = PA_ERR_BADSTATE;
-        {
-            PulseLoop::Lock lock(*loop_);
-            if (pa_context_errno(loop_->context())) err = pa_context_errno(loop_->context());
-        }
+        const int err = pulse::lastError(*loop_);
         throw statusError("start the microphone", err);
     }
     running_ = true;
