@@ -52,25 +52,32 @@ void PitchTracker::analyze(const float* samples, int64_t frames) noexcept {
 }
 
 void PitchTracker::detect() noexcept {
-    // ring_[write_] is the oldest sample; the window is the 480 oldest.
-    auto at = [this](int64_t offset) { return ring_[static_cast<size_t>((write_ + offset) % kRingSize)]; };
+    // ring_[write_] is the oldest sample. Unroll the ring into time order once,
+    // so the difference loops below run over contiguous memory and vectorise.
+    const auto oldest = static_cast<size_t>(write_);
+    std::copy(ring_.begin() + static_cast<std::ptrdiff_t>(oldest), ring_.end(), linear_.begin());
+    std::copy(ring_.begin(), ring_.begin() + static_cast<std::ptrdiff_t>(oldest),
+              linear_.begin() + static_cast<std::ptrdiff_t>(kRingSize - oldest));
+    const float* x = linear_.data();
 
     float energy = 0.0f;
-    for (int i = 0; i < kWindow; ++i) {
-        const float v = at(i);
-        energy += v * v;
-    }
+    for (int i = 0; i < kWindow; ++i) energy += x[i] * x[i];
     if (!(energy / static_cast<float>(kWindow) > kEnergyGate)) return;
 
     float runningSum = 0.0f;
     int candidate = 0;
     bool searching = true;
     for (int lag = 1; lag <= kMaxLag; ++lag) {
-        float d = 0.0f;
-        for (int i = 0; i < kWindow; ++i) {
-            const float diff = at(i) - at(i + lag);
-            d += diff * diff;
-        }
+        // Eight interleaved partial sums: independent lanes the compiler can
+        // keep in one vector register (the window is a multiple of eight).
+        float lanes[8] = {};
+        const float* y = x + lag;
+        for (int i = 0; i < kWindow; i += 8)
+            for (int k = 0; k < 8; ++k) {
+                const float diff = x[i + k] - y[i + k];
+                lanes[k] += diff * diff;
+            }
+        const float d = ((lanes[0] + lanes[1]) + (lanes[2] + lanes[3])) + ((lanes[4] + lanes[5]) + (lanes[6] + lanes[7]));
         runningSum += d;
         difference_[static_cast<size_t>(lag)] =
             runningSum > 0.0f ? d * static_cast<float>(lag) / runningSum : 1.0f;

@@ -53,6 +53,7 @@ private:
     int64_t filled_ = 0;
     int64_t sinceAnalysis_ = 0;
     std::array<float, kMaxLag + 1> difference_{};
+    std::array<float, kRingSize> linear_{};  // the ring in time order, rebuilt by each analysis
     float logPitch_ = 0.0f;
     int64_t detections_ = 0;
     float smoothedHz_ = 0.0f;
