@@ -2,7 +2,7 @@
 // rules, hidden monitors and loopbacks, order, UIDs, speakers), then the same
 // rules and the event delivery against the private sound server.
 #include "devices/AudioDeviceList.h"
-#include "devices/PulseTestServer.h"
+#include "support/PulseServer.h"
 
 #include <QCoreApplication>
 #include <QThread>
@@ -157,77 +157,82 @@ TEST(DeviceRulesLoopback, ExplicitLoopbackPropertyNamesTheSink) {
     EXPECT_TRUE(table.find(2 | kSinkIdBit)->hidden);
 }
 
-TEST(DeviceRulesCable, OwnNameWinsOverBlackHoleThatComesFirst) {
-    ServerSnapshot snap;
-    addLoopback(snap, 1, 11, "blackhole", "BlackHole 2ch");
-    addLoopback(snap, 2, 12, "parlova_mic", "Parlova Mic");
-    const auto table = buildDeviceTable(snap);
-    const auto lists = deviceRules::publishedLists(table);
-    EXPECT_EQ(deviceRules::virtualCable(lists.inputs, lists.outputs)->name, "Parlova Mic");
-    EXPECT_EQ(deviceRules::virtualCableID(table), std::optional<uint32_t>(12));
+TEST(DeviceRulesCable, NameRulesPickTheCable) {
+    using Build = void (*)(ServerSnapshot&);
+    struct Case {
+        const char* what;
+        Build build;
+        const char* cable;  // nullptr: no published cable
+        std::optional<uint32_t> id;
+        std::vector<uint32_t> physical;
+    };
+    const Case cases[] = {
+        {"own name wins over a BlackHole that comes first",
+         [](ServerSnapshot& s) {
+             addLoopback(s, 1, 11, "blackhole", "BlackHole 2ch");
+             addLoopback(s, 2, 12, "parlova_mic", "Parlova Mic");
+         },
+         "Parlova Mic", 12, {}},
+        {"between the two own names the first wins",
+         [](ServerSnapshot& s) {
+             addLoopback(s, 1, 11, "tovix", "Tovix Voice Changer Mic");
+             addLoopback(s, 2, 12, "parlova_mic", "Parlova Mic");
+         },
+         "Tovix Voice Changer Mic", 11, {}},
+        {"other letter case is not an own name",
+         [](ServerSnapshot& s) {
+             addLoopback(s, 1, 11, "fake", "parlova mic");
+             addLoopback(s, 2, 12, "bh", "my blackhole device");
+         },
+         "my blackhole device", 12, {11}},
+        {"an input-only BlackHole is found by id but is not the cable",
+         [](ServerSnapshot& s) {
+             addSource(s, 3, "bh_in", "BlackHole 16ch");
+             addSink(s, 0, "speakers", "Speakers");
+         },
+         nullptr, 3, {}},
+        {"the monitor of a BlackHole sink is never the cable",
+         [](ServerSnapshot& s) { addSink(s, 0, "bh", "BlackHole Out"); }, nullptr, std::nullopt, {}},
+    };
+    for (const auto& c : cases) {
+        ServerSnapshot snap;
+        c.build(snap);
+        const auto table = buildDeviceTable(snap);
+        const auto lists = deviceRules::publishedLists(table);
+        const auto cable = deviceRules::virtualCable(lists.inputs, lists.outputs);
+        EXPECT_EQ(cable ? cable->name : QString(), c.cable ? QString(c.cable) : QString()) << c.what;
+        EXPECT_EQ(deviceRules::virtualCableID(table), c.id) << c.what;
+        if (!c.physical.empty()) EXPECT_EQ(deviceRules::physicalInputIDs(table), c.physical) << c.what;
+    }
 }
 
-TEST(DeviceRulesCable, BetweenTheTwoOwnNamesTheFirstWins) {
-    ServerSnapshot snap;
-    addLoopback(snap, 1, 11, "tovix", "Tovix Voice Changer Mic");
-    addLoopback(snap, 2, 12, "parlova_mic", "Parlova Mic");
-    const auto table = buildDeviceTable(snap);
-    const auto lists = deviceRules::publishedLists(table);
-    EXPECT_EQ(deviceRules::virtualCable(lists.inputs, lists.outputs)->name, "Tovix Voice Changer Mic");
-    EXPECT_EQ(deviceRules::virtualCableID(table), std::optional<uint32_t>(11));
-}
-
-TEST(DeviceRulesCable, OtherLetterCaseIsNotAnOwnName) {
-    ServerSnapshot snap;
-    addLoopback(snap, 1, 11, "fake", "parlova mic");
-    addLoopback(snap, 2, 12, "bh", "my blackhole device");
-    const auto table = buildDeviceTable(snap);
-    const auto lists = deviceRules::publishedLists(table);
-    EXPECT_EQ(deviceRules::virtualCable(lists.inputs, lists.outputs)->name, "my blackhole device");
-    EXPECT_EQ(deviceRules::virtualCableID(table), std::optional<uint32_t>(12));
-    EXPECT_EQ(deviceRules::physicalInputIDs(table), std::vector<uint32_t>{11});
-}
-
-TEST(DeviceRulesCable, InputOnlyBlackHoleIsFoundByIdButIsNotTheCable) {
-    ServerSnapshot snap;
-    addSource(snap, 3, "bh_in", "BlackHole 16ch");
-    addSink(snap, 0, "speakers", "Speakers");
-    const auto table = buildDeviceTable(snap);
-    const auto lists = deviceRules::publishedLists(table);
-    EXPECT_FALSE(deviceRules::virtualCable(lists.inputs, lists.outputs));
-    EXPECT_EQ(deviceRules::virtualCableID(table), std::optional<uint32_t>(3));
-}
-
-TEST(DeviceRulesCable, MonitorOfABlackHoleSinkIsNeverTheCable) {
-    ServerSnapshot snap;
-    addSink(snap, 0, "bh", "BlackHole Out");
-    const auto table = buildDeviceTable(snap);
-    EXPECT_FALSE(deviceRules::virtualCableID(table));
-}
-
-TEST(DeviceRulesSpeaker, PortThenFormFactorThenName) {
-    DeviceEntry e;
-    e.name = "Studio Speaker Box";
-    e.outputPort = pulse::PortKind::headphones;
-    EXPECT_FALSE(deviceRules::isSpeaker(e));  // the port wins over the name
-    e.outputPort = pulse::PortKind::speaker;
-    e.name = "Output";
-    EXPECT_TRUE(deviceRules::isSpeaker(e));
-    e.outputPort = pulse::PortKind::unknown;
-    e.outputPortName = "analog-output-headphones";
-    EXPECT_FALSE(deviceRules::isSpeaker(e));
-    e.outputPortName = "analog-output-speaker";
-    EXPECT_TRUE(deviceRules::isSpeaker(e));
-    e.outputPortName.clear();
-    e.outputFormFactor = "headphone";
-    e.name = "Speaker";
-    EXPECT_FALSE(deviceRules::isSpeaker(e));
-    e.outputFormFactor.clear();
-    EXPECT_TRUE(deviceRules::isSpeaker(e));  // "speaker" in any case
-    e.name = "HDMI";
-    EXPECT_FALSE(deviceRules::isSpeaker(e));
-    e.name.reset();
-    EXPECT_FALSE(deviceRules::isSpeaker(e));
+TEST(DeviceRulesSpeaker, PortThenPortNameThenFormFactorThenName) {
+    using pulse::PortKind;
+    struct Case {
+        PortKind port;
+        const char* portName;
+        const char* formFactor;
+        std::optional<std::string> name;
+        bool speaker;
+    };
+    const Case cases[] = {
+        {PortKind::headphones, "", "", "Studio Speaker Box", false},  // the port wins over the name
+        {PortKind::speaker, "", "", "Output", true},
+        {PortKind::unknown, "analog-output-headphones", "", "Speaker", false},
+        {PortKind::unknown, "analog-output-speaker", "", "Output", true},
+        {PortKind::unknown, "", "headphone", "Speaker", false},
+        {PortKind::unknown, "", "", "Speaker", true},  // "speaker" in any case
+        {PortKind::unknown, "", "", "HDMI", false},
+        {PortKind::unknown, "", "", std::nullopt, false},
+    };
+    for (const auto& c : cases) {
+        DeviceEntry e;
+        e.outputPort = c.port;
+        e.outputPortName = c.portName;
+        e.outputFormFactor = c.formFactor;
+        e.name = c.name;
+        EXPECT_EQ(deviceRules::isSpeaker(e), c.speaker) << c.portName << c.formFactor << c.name.value_or("-");
+    }
 }
 
 TEST(DeviceRulesDefaults, DefaultsMapToEntriesAndLoopbacks) {

@@ -1,5 +1,5 @@
 // parlova-cli devices and mic against the private sound server.
-#include "devices/PulseTestServer.h"
+#include "support/PulseServer.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -3,34 +3,31 @@
 // tone rendered into "Speakers" is heard on its monitor, devices unloaded
 // mid-stream are reported on the main thread, and a microphone-to-speakers
 // bridge keeps its delay within bounds for a while (the soak).
-#include "devices/AudioDeviceList.h"
-#include "devices/PulseTestServer.h"
 #include "engine/DeviceOutput.h"
 #include "engine/MicCapture.h"
 #include "engine/VoiceEngineError.h"
+#include "support/MemorySource.h"
+#include "support/PulseServer.h"
+#include "support/TestAudio.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QProcess>
 #include <QThread>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cmath>
 #include <cstdlib>
-#include <thread>
-#include <vector>
+#include <functional>
 
 using namespace parlova;
-using parlova::testpulse::PrivateServer;
+using namespace parlova::testpulse;
+using testaudio::SineSource;
+using testaudio::TempFolder;
+using testaudio::toneFrequency;
+namespace ta = parlova::testaudio;
 
 namespace {
-
-uint32_t idOf(const char* uid) {
-    auto id = AudioDeviceList::deviceID(QString(uid));
-    return id ? *id : 0x7ffffff0u;
-}
 
 // Collects captured samples into memory reserved up front (no allocation on
 // the capture thread).
@@ -48,115 +45,45 @@ public:
     std::atomic<int> maxBlock{0};
 };
 
-// A sine on every channel; records the largest slice it was asked for.
-class SineSource : public AudioSource {
-public:
-    SineSource(double hz, double rate, float amplitude) : step_(2 * M_PI * hz / rate), amplitude_(amplitude) {}
-    int32_t pull(BufferList& out, int frames) noexcept override {
-        maxSlice = std::max(maxSlice.load(), frames);
-        if (failing) return status::renderError;
-        for (int i = 0; i < frames; ++i) {
-            const float v = amplitude_ * static_cast<float>(std::sin(phase_));
-            phase_ += step_;
-            for (int c = 0; c < out.count; ++c) out.data[c][i] = v;
-        }
-        return status::ok;
-    }
-    std::atomic<int> maxSlice{0};
-    std::atomic<bool> failing{false};
+// Level and pitch of the loudest half second.
+void expectTone(const std::vector<float>& got, double hz, double amplitude, double tolerance) {
+    const size_t at = ta::loudestStart(got, 24000);
+    EXPECT_NEAR(ta::rms(got, at, 24000), amplitude / std::sqrt(2.0), tolerance);
+    EXPECT_NEAR(toneFrequency(got, 48000, at, 24000), hz, 2.0);
+}
 
-private:
-    double phase_ = 0, step_;
-    float amplitude_;
-};
-
-// parecord from a source into raw mono floats, with the short latency that
-// keeps the tail when it is stopped.
-class Recorder {
-public:
-    Recorder(const std::string& source, const std::string& path) : path_(path) {
-        process_.start("parecord", {"--latency-msec=20", "-d", QString::fromStdString(source), "--file-format=wav",
-                                    "--format=float32le", "--channels=1", "--rate=48000",
-                                    QString::fromStdString(path)});
-        process_.waitForStarted(3000);
+std::string refusal(const std::function<void()>& open) {
+    try {
+        open();
+    } catch (const VoiceEngineError& e) {
+        return e.errorDescription();
     }
-    std::vector<float> stop() {
-        process_.terminate();
-        process_.waitForFinished(3000);
-        return testpulse::readWavFloats(path_);
-    }
-
-private:
-    QProcess process_;
-    std::string path_;
-};
-
-// Plays a file into the fake microphone in the background.
-class Feeder {
-public:
-    Feeder(const std::string& file, bool loop) {
-        const std::string script = std::string(PARLOVA_SOURCE_DIR) + "/tests/fixtures/pulse-server.sh";
-        if (loop)
-            process_.start("sh", {"-c", QString::fromStdString("while paplay -d mic_feed " + testpulse::shellQuote(file) + "; do :; done")});
-        else
-            process_.start("sh", {QString::fromStdString(script), "feed",
-                                  QString::fromStdString(PrivateServer::get()->dir()), QString::fromStdString(file)});
-        process_.waitForStarted(3000);
-    }
-    ~Feeder() {
-        if (process_.state() != QProcess::NotRunning) {
-            process_.kill();
-            process_.waitForFinished(3000);
-        }
-        // The loop's paplay child outlives the shell: stop it by name of its file.
-    }
-    bool waitDone(int ms) { return process_.waitForFinished(ms); }
-
-private:
-    QProcess process_;
-};
-
-// The loudest stretch of `length` samples, for measurements that must skip
-// the silence before and after a tone.
-size_t loudestStart(const std::vector<float>& s, size_t length) {
-    size_t best = 0;
-    double bestRms = -1;
-    for (size_t at = 0; at + length <= s.size(); at += length / 4) {
-        const double r = testpulse::rms(s, at, length);
-        if (r > bestRms) {
-            bestRms = r;
-            best = at;
-        }
-    }
-    return best;
+    return "(opened)";
 }
 
 }  // namespace
 
 TEST(MicCapturePulse, ToneFedIntoTheFakeMicArrivesAtItsPitchAndLevel) {
     PARLOVA_REQUIRE_PULSE();
-    const std::string dir = testpulse::tempDir();
-    const std::string tone = dir + "/tone.wav";
-    ASSERT_TRUE(testpulse::writeWavMono(tone, testpulse::sine(440.0, 1.5, 48000, 0.5f), 48000));
+    TempFolder dir;
+    ASSERT_TRUE(ta::writeWav(dir.file("tone.wav"), ta::tone(440.0, 1.5, 48000)));
 
-    MicCapture capture(idOf("fake_mic"), 48000);
+    MicCapture capture(deviceId("fake_mic"), 48000);
     EXPECT_EQ(capture.sampleRate(), 48000.0);
     EXPECT_EQ(capture.bridge().cushion(), 960);
     Collector collector(48000 * 6);
     capture.setListener(&collector);
     capture.start();
     {
-        Feeder feeder(tone, false);
-        EXPECT_TRUE(feeder.waitDone(5000));
+        MicFeed feed(dir.file("tone.wav"));
+        EXPECT_TRUE(feed.waitDone(5000));
     }
-    testpulse::pump(300);
+    pump(300);
     capture.stop();
     const size_t used = collector.used.load();
     std::vector<float> got(collector.samples.begin(), collector.samples.begin() + static_cast<long>(used));
     ASSERT_GT(got.size(), 48000u);
-    const size_t at = loudestStart(got, 24000);
-    EXPECT_NEAR(testpulse::rms(got, at, 24000), 0.5 / std::sqrt(2.0), 0.05);
-    EXPECT_NEAR(testpulse::zeroCrossingHz(got, 48000, at, 24000), 440.0, 2.0);
+    expectTone(got, 440.0, 0.5, 0.05);
     EXPECT_LE(collector.maxBlock.load(), MicCapture::kMaxBlockFrames);
     // The bridge was fed too, and trimmed itself since nobody read it.
     EXPECT_LE(capture.bridge().count(), 6 * capture.bridge().cushion());
@@ -165,57 +92,43 @@ TEST(MicCapturePulse, ToneFedIntoTheFakeMicArrivesAtItsPitchAndLevel) {
 
 TEST(MicCapturePulse, CapturesAtAnotherRateWhenAsked) {
     PARLOVA_REQUIRE_PULSE();
-    MicCapture capture(idOf("fake_mic"), 44100);
+    MicCapture capture(deviceId("fake_mic"), 44100);
     EXPECT_EQ(capture.sampleRate(), 44100.0);
     EXPECT_EQ(capture.bridge().cushion(), 882);
     capture.start();
-    EXPECT_TRUE(testpulse::waitUntil([&] { return capture.bridge().count() >= 882; }, 2000));
-}
-
-TEST(MicCapturePulse, UnknownOrOutputOnlyDevicesAreRefused) {
-    PARLOVA_REQUIRE_PULSE();
-    try {
-        MicCapture capture(0x7ffffff0u);
-        FAIL() << "opened a device that does not exist";
-    } catch (const VoiceEngineError& e) {
-        EXPECT_EQ(e.errorDescription(), "That audio device isn't available.");
-    }
-    EXPECT_THROW(MicCapture capture(idOf("speakers")), VoiceEngineError);
+    EXPECT_TRUE(waitUntil([&] { return capture.bridge().count() >= 882; }, 2000));
 }
 
 TEST(DeviceOutputPulse, FormatIsTheDevicesRateInStereo) {
     PARLOVA_REQUIRE_PULSE();
-    EXPECT_EQ(DeviceOutput::formatFor(idOf("speakers")), (AudioFormat{48000, 2}));
+    EXPECT_EQ(DeviceOutput::formatFor(deviceId("speakers")), (AudioFormat{48000, 2}));
     auto* server = PrivateServer::get();
     const int module = server->loadModule("module-null-sink", "sink_name=slow rate=22050 channels=1");
-    EXPECT_EQ(DeviceOutput::formatFor(idOf("slow")), (AudioFormat{22050, 2}));
+    EXPECT_EQ(DeviceOutput::formatFor(deviceId("slow")), (AudioFormat{22050, 2}));
     server->unloadModule(module);
-    EXPECT_EQ(DeviceOutput::formatFor(0x7ffffff0u), (AudioFormat{48000, 2}));
+    EXPECT_EQ(DeviceOutput::formatFor(kNoDevice), (AudioFormat{48000, 2}));
 }
 
 TEST(DeviceOutputPulse, ToneRenderedIntoSpeakersIsHeardOnItsMonitor) {
     PARLOVA_REQUIRE_PULSE();
-    const std::string dir = testpulse::tempDir();
+    TempFolder dir;
     SineSource sine(660.0, 48000, 0.4f);
-    DeviceOutput output(idOf("speakers"), DeviceOutput::formatFor(idOf("speakers")), &sine);
-    Recorder recorder("speakers.monitor", dir + "/speakers.wav");
-    testpulse::pump(200);
+    DeviceOutput output(deviceId("speakers"), DeviceOutput::formatFor(deviceId("speakers")), &sine);
+    SourceRecorder recorder("speakers.monitor", dir.file("speakers.wav"));
     output.start();
     EXPECT_TRUE(output.isRunning());
     // An idle null sink finishes its current (long) block before it asks the
     // new stream for audio: wait for the first request, then play a second.
-    ASSERT_TRUE(testpulse::waitUntil([&] { return output.framesRendered() > 0; }, 4000));
+    ASSERT_TRUE(waitUntil([&] { return output.framesRendered() > 0; }, 4000));
     const uint64_t first = output.framesRendered();
-    testpulse::pump(1000);
+    pump(1000);
     output.stop();
     // A null sink hands its monitor audio in blocks as long as its latency:
     // give the recorder time to get the last one.
-    testpulse::pump(1000);
+    pump(1000);
     const auto got = recorder.stop();
     ASSERT_GT(got.size(), 48000u / 2);
-    const size_t at = loudestStart(got, 24000);
-    EXPECT_NEAR(testpulse::rms(got, at, 24000), 0.4 / std::sqrt(2.0), 0.04);
-    EXPECT_NEAR(testpulse::zeroCrossingHz(got, 48000, at, 24000), 660.0, 2.0);
+    expectTone(got, 660.0, 0.4, 0.04);
     EXPECT_GT(sine.maxSlice.load(), 0);
     EXPECT_LE(sine.maxSlice.load(), DeviceOutput::kMaxSliceFrames);
     EXPECT_GT(output.framesRendered() - first, 40000u);  // real-time pace
@@ -225,36 +138,30 @@ TEST(DeviceOutputPulse, ToneRenderedIntoSpeakersIsHeardOnItsMonitor) {
 
 TEST(DeviceOutputPulse, FailingRenderSourcePlaysSilence) {
     PARLOVA_REQUIRE_PULSE();
-    const std::string dir = testpulse::tempDir();
+    TempFolder dir;
     SineSource sine(660.0, 48000, 0.4f);
     sine.failing = true;
-    DeviceOutput output(idOf("headphones"), AudioFormat{48000, 2}, &sine);
-    Recorder recorder("headphones.monitor", dir + "/headphones.wav");
+    DeviceOutput output(deviceId("headphones"), AudioFormat{48000, 2}, &sine);
+    SourceRecorder recorder("headphones.monitor", dir.file("headphones.wav"));
     output.start();
-    ASSERT_TRUE(testpulse::waitUntil([&] { return output.renderFailures() > 0; }, 4000));
-    testpulse::pump(500);
+    ASSERT_TRUE(waitUntil([&] { return output.renderFailures() > 0; }, 4000));
+    pump(500);
     output.stop();
-    testpulse::pump(1000);
+    pump(1000);
     const auto got = recorder.stop();
     ASSERT_GT(got.size(), 4800u);
-    EXPECT_LT(testpulse::rms(got), 1e-4);
+    EXPECT_LT(ta::rms(got), 1e-4);
 }
 
-TEST(DeviceOutputPulse, UnknownDeviceAndBadFormatAreRefused) {
+TEST(LiveStreamsPulse, UnknownDevicesAndBadFormatsAreRefused) {
     PARLOVA_REQUIRE_PULSE();
     SineSource sine(440, 48000, 0.1f);
-    try {
-        DeviceOutput output(0x7ffffff0u, AudioFormat{48000, 2}, &sine);
-        FAIL() << "opened a device that does not exist";
-    } catch (const VoiceEngineError& e) {
-        EXPECT_EQ(e.errorDescription(), "That audio device isn't available.");
-    }
-    try {
-        DeviceOutput output(idOf("speakers"), AudioFormat{48000, 0}, &sine);
-        FAIL() << "accepted a format without channels";
-    } catch (const VoiceEngineError& e) {
-        EXPECT_EQ(e.errorDescription().rfind("Couldn't set the output format (error ", 0), 0u);
-    }
+    const std::string unavailable = "That audio device isn't available.";
+    EXPECT_EQ(refusal([] { MicCapture capture(kNoDevice); }), unavailable);
+    EXPECT_NE(refusal([] { MicCapture capture(deviceId("speakers")); }), "(opened)");  // output only
+    EXPECT_EQ(refusal([&] { DeviceOutput output(kNoDevice, AudioFormat{48000, 2}, &sine); }), unavailable);
+    EXPECT_EQ(refusal([&] { DeviceOutput output(deviceId("speakers"), AudioFormat{48000, 0}, &sine); })
+                  .rfind("Couldn't set the output format (error ", 0), 0u);
 }
 
 TEST(DeviceOutputPulse, OutputUnloadedMidStreamIsReportedOnTheMainThread) {
@@ -262,7 +169,7 @@ TEST(DeviceOutputPulse, OutputUnloadedMidStreamIsReportedOnTheMainThread) {
     auto* server = PrivateServer::get();
     const int module = server->nullSink("usb_headset", "USB Headset");
     SineSource sine(440, 48000, 0.1f);
-    DeviceOutput output(idOf("usb_headset"), AudioFormat{48000, 2}, &sine);
+    DeviceOutput output(deviceId("usb_headset"), AudioFormat{48000, 2}, &sine);
     bool lost = false, failed = false, offMain = false;
     QObject::connect(&output, &DeviceOutput::deviceLost, [&] {
         lost = true;
@@ -270,9 +177,9 @@ TEST(DeviceOutputPulse, OutputUnloadedMidStreamIsReportedOnTheMainThread) {
     });
     QObject::connect(&output, &DeviceOutput::failed, [&](const QString&) { failed = true; });
     output.start();
-    testpulse::pump(200);
+    pump(200);
     server->unloadModule(module);
-    EXPECT_TRUE(testpulse::waitUntil([&] { return lost || failed; }, 3000));
+    EXPECT_TRUE(waitUntil([&] { return lost || failed; }, 3000));
     EXPECT_TRUE(lost);
     EXPECT_FALSE(offMain);
     EXPECT_FALSE(output.isRunning());
@@ -283,13 +190,13 @@ TEST(MicCapturePulse, MicrophoneUnloadedMidStreamIsReported) {
     auto* server = PrivateServer::get();
     const int sink = server->nullSink("usb_feed", "USB Feed", 1);
     const int source = server->remapSource("usb_feed", "usb_mic", "USB Mic");
-    MicCapture capture(idOf("usb_mic"));
+    MicCapture capture(deviceId("usb_mic"));
     bool lost = false;
     QObject::connect(&capture, &MicCapture::deviceLost, [&] { lost = true; });
     capture.start();
-    testpulse::pump(100);
+    pump(100);
     server->unloadModule(source);
-    EXPECT_TRUE(testpulse::waitUntil([&] { return lost; }, 3000));
+    EXPECT_TRUE(waitUntil([&] { return lost; }, 3000));
     server->unloadModule(sink);
 }
 
@@ -299,17 +206,16 @@ TEST(MicBridgePulse, SoakKeepsTheDelayWithinBounds) {
     PARLOVA_REQUIRE_PULSE();
     const char* env = std::getenv("PARLOVA_SOAK_SECONDS");
     const int seconds = env ? std::max(2, std::atoi(env)) : 20;
-    const std::string dir = testpulse::tempDir();
-    const std::string tone = dir + "/soak.wav";
-    ASSERT_TRUE(testpulse::writeWavMono(tone, testpulse::sine(220.0, 5.0, 48000, 0.3f), 48000));
-    Feeder feeder(tone, true);
+    TempFolder dir;
+    ASSERT_TRUE(ta::writeWav(dir.file("soak.wav"), ta::tone(220.0, 5.0, 48000, 1, 0.3f)));
+    MicFeed feed(dir.file("soak.wav"), true);
 
-    MicCapture capture(idOf("fake_mic"), 48000);
+    MicCapture capture(deviceId("fake_mic"), 48000);
     MicBridge& bridge = capture.bridge();
-    DeviceOutput output(idOf("speakers"), AudioFormat{48000, 2}, &bridge);
+    DeviceOutput output(deviceId("speakers"), AudioFormat{48000, 2}, &bridge);
     capture.start();
     output.start();
-    testpulse::pump(1000);  // priming and the streams settling
+    pump(1000);  // priming and the streams settling
     const uint64_t underrunsBefore = bridge.underruns();
     const uint64_t trimsBefore = bridge.trims();
     int maxCount = 0;
@@ -318,7 +224,7 @@ TEST(MicBridgePulse, SoakKeepsTheDelayWithinBounds) {
     QElapsedTimer timer;
     timer.start();
     while (timer.elapsed() < seconds * 1000) {
-        testpulse::pump(20);
+        pump(20);
         const int count = bridge.count();
         maxCount = std::max(maxCount, count);
         sum += count;

@@ -3,18 +3,18 @@
 // "Parlova Mic" must hear what is played into it, and the former device must
 // go away with both install and remove.
 #include "devices/AudioDeviceList.h"
-#include "devices/PulseTestServer.h"
 #include "devices/VirtualMic.h"
 #include "engine/DeviceOutput.h"
+#include "support/MemorySource.h"
+#include "support/PulseServer.h"
+#include "support/TestAudio.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 
 using namespace parlova;
 using parlova::testpulse::PrivateServer;
@@ -44,25 +44,9 @@ void writeFile(const QString& path, const QString& text) {
         ASSERT_TRUE(VirtualMic::pipewireConfigPath().startsWith(root));                                     \
     } while (0)
 
-class SineSource : public AudioSource {
-public:
-    explicit SineSource(double hz) : step_(2 * M_PI * hz / 48000.0) {}
-    int32_t pull(BufferList& out, int frames) noexcept override {
-        for (int i = 0; i < frames; ++i) {
-            const float v = 0.4f * static_cast<float>(std::sin(phase_));
-            phase_ += step_;
-            for (int c = 0; c < out.count; ++c) out.data[c][i] = v;
-        }
-        return status::ok;
-    }
-
-private:
-    double phase_ = 0, step_;
-};
-
 int countModules(const std::string& pattern) {
     std::string out;
-    PrivateServer::get()->run("pactl list short modules | grep -c " + testpulse::shellQuote(pattern), &out);
+    PrivateServer::get()->run("pactl list short modules | grep -c " + testaudio::shellQuote(pattern), &out);
     return std::atoi(out.c_str());
 }
 
@@ -127,29 +111,23 @@ TEST(VirtualMicPulse, InstallLoadsPersistsAndAnotherClientHearsIt) {
     EXPECT_EQ(AudioDeviceList::physicalInputIDs().size(), 1u);
 
     // A call app's view: record from "Parlova Mic" while Parlova plays into it.
-    const std::string dir = testpulse::tempDir();
-    const std::string file = dir + "/call.wav";
-    QProcess recorder;
-    recorder.start("parecord", {"--latency-msec=20", "-d", "parlova_mic", "--file-format=wav", "--format=float32le",
-                                "--channels=1", "--rate=48000", QString::fromStdString(file)});
-    ASSERT_TRUE(recorder.waitForStarted(3000));
-    SineSource sine(330.0);
+    testaudio::TempFolder dir;
+    testaudio::SineSource sine(330.0, 48000, 0.4f);
     DeviceOutput output(cable->id, DeviceOutput::formatFor(cable->id), &sine);
-    output.start();
-    ASSERT_TRUE(testpulse::waitUntil([&] { return output.framesRendered() > 0; }, 4000));
-    testpulse::pump(1200);
-    output.stop();
-    testpulse::pump(1000);
-    recorder.terminate();
-    recorder.waitForFinished(3000);
-    const auto heard = testpulse::readWavFloats(file);
+    std::vector<float> heard;
+    {
+        testpulse::SourceRecorder recorder("parlova_mic", dir.file("call.wav"));
+        output.start();
+        ASSERT_TRUE(testpulse::waitUntil([&] { return output.framesRendered() > 0; }, 4000));
+        testpulse::pump(1200);
+        output.stop();
+        testpulse::pump(1000);
+        heard = recorder.stop();
+    }
     ASSERT_GT(heard.size(), 24000u);
-    size_t best = 0;
-    double bestRms = 0;
-    for (size_t at = 0; at + 12000 <= heard.size(); at += 3000)
-        if (double r = testpulse::rms(heard, at, 12000); r > bestRms) bestRms = r, best = at;
-    EXPECT_NEAR(bestRms, 0.4 / std::sqrt(2.0), 0.05);
-    EXPECT_NEAR(testpulse::zeroCrossingHz(heard, 48000, best, 12000), 330.0, 2.0);
+    const size_t best = testaudio::loudestStart(heard, 12000);
+    EXPECT_NEAR(testaudio::rms(heard, best, 12000), 0.4 / std::sqrt(2.0), 0.05);
+    EXPECT_NEAR(testaudio::toneFrequency(heard, 48000, best, 12000), 330.0, 2.0);
 
     // Installing again is the update: still one pair and one block.
     VirtualMic::install();

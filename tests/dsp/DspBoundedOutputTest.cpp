@@ -5,14 +5,15 @@
 #include "dsp/PeakLimiter.h"
 #include "dsp/Reverb.h"
 
-#include "DspTestSignals.h"
+#include "support/MemorySource.h"
+#include "support/TestAudio.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 
 using namespace parlova;
-namespace ts = parlova::testsignals;
+namespace ts = parlova::testaudio;
 
 namespace {
 

@@ -1,13 +1,14 @@
 #include "dsp/Equalizer.h"
 
-#include "DspTestSignals.h"
+#include "support/MemorySource.h"
+#include "support/TestAudio.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 using namespace parlova;
-namespace ts = parlova::testsignals;
+namespace ts = parlova::testaudio;
 
 namespace {
 
@@ -35,8 +36,8 @@ bool sameBits(const ts::Channels& a, const ts::Channels& b) {
 
 ts::Channels stereoNoise(size_t frames) {
     ts::Channels in(2, frames);
-    in[0] = ts::noise(frames, 0.5f, 11);
-    in[1] = ts::noise(frames, 0.5f, 12);
+    in[0] = ts::whiteNoise(frames, 0.5f, 11);
+    in[1] = ts::whiteNoise(frames, 0.5f, 12);
     return in;
 }
 
@@ -130,8 +131,7 @@ TEST(Equalizer, PicksUpChangesAtTheNextRenderCall) {
     auto eq = preparedEq(48000.0, 1);
     ts::Channels in(1, 1024);
     in[0] = ts::sine(8000, 48000, 1024, 0.5f);
-    ts::ChannelSource source;
-    source.source = &in;
+    ts::MemorySource source(in.data);
     eq->setInput(&source);
     ts::Channels out(1, 1024);
     BufferList first = out.list(0, 512);
@@ -140,6 +140,6 @@ TEST(Equalizer, PicksUpChangesAtTheNextRenderCall) {
     eq->setBand(3, 1000.0f, 0.0f, false);
     BufferList second = out.list(512, 512);
     ASSERT_EQ(eq->pull(second, 512), status::ok);
-    EXPECT_LT(ts::rms(out[0].data() + 768, 256), 0.05 * ts::rms(in[0].data() + 768, 256));
+    EXPECT_LT(ts::rms(out[0], 768, 256), 0.05 * ts::rms(in[0], 768, 256));
     eq->setInput(nullptr);
 }

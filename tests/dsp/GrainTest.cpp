@@ -1,7 +1,8 @@
 #include "dsp/GrainAudioUnit.h"
 #include "dsp/GrainDSP.h"
 
-#include "DspTestSignals.h"
+#include "support/MemorySource.h"
+#include "support/TestAudio.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +10,7 @@
 #include <cstring>
 
 using namespace parlova;
-namespace ts = parlova::testsignals;
+namespace ts = parlova::testaudio;
 
 namespace {
 
@@ -35,23 +36,13 @@ void run(GrainDSP& dsp, ts::Channels& signal, float amount, int block = 256) {
     }
 }
 
-struct VectorSource : AudioSource {
-    std::vector<float> samples;
-    size_t at = 0;
-    int32_t pull(BufferList& out, int frames) noexcept override {
-        for (int i = 0; i < frames; ++i, ++at)
-            for (int c = 0; c < out.count; ++c) out.data[c][i] = at < samples.size() ? samples[at] : 0.0f;
-        return status::ok;
-    }
-};
-
 }  // namespace
 
 TEST(Grain, SmallOrNegativeAmountsPassTheInputThroughUntouched) {
     for (float amount : {0.0f, -1.0f, 0.0005f, 0.001f, std::nanf("")}) {
         auto dsp = preparedDsp();
         ts::Channels signal(2, 4096);
-        signal[0] = ts::noise(4096, 0.8f, 1);
+        signal[0] = ts::whiteNoise(4096, 0.8f, 1);
         signal[1] = ts::sine(300, kRate, 4096);
         const auto before = signal.data;
         run(dsp, signal, amount);
@@ -66,7 +57,7 @@ TEST(Grain, SmallOrNegativeAmountsPassTheInputThroughUntouched) {
 
     // Out of place, bypass copies input to output.
     auto dsp = preparedDsp();
-    const auto in = ts::noise(512, 0.5f, 2);
+    const auto in = ts::whiteNoise(512, 0.5f, 2);
     std::vector<float> out(512, 9.0f);
     const float* inputs[] = {in.data()};
     float* outputs[] = {out.data()};
@@ -173,8 +164,8 @@ TEST(Grain, AddsBreathAndRoughnessThatFollowTheVoice) {
 }
 
 TEST(Grain, UnitReadsAmountAtRenderAndPreparesAtTheFormatRate) {
-    VectorSource source;
-    source.samples = ts::sine(200, 44100, 8192, 0.4f);
+    const auto input = ts::sine(200, 44100, 8192, 0.4f);
+    ts::MemorySource source({input});
     GrainAudioUnit unit;
     unit.setInput(&source);
     unit.setFormat({44100.0, 2});
@@ -184,11 +175,11 @@ TEST(Grain, UnitReadsAmountAtRenderAndPreparesAtTheFormatRate) {
     ts::Channels out(2, 4096);
     BufferList list = out.list(0, 4096);
     ASSERT_EQ(unit.pull(list, 4096), status::ok);  // amount 0: dry
-    EXPECT_TRUE(sameBits(out[0], std::vector<float>(source.samples.begin(), source.samples.begin() + 4096)));
+    EXPECT_TRUE(sameBits(out[0], std::vector<float>(input.begin(), input.begin() + 4096)));
 
     unit.amount.store(0.8f, std::memory_order_relaxed);
     ASSERT_EQ(unit.pull(list, 4096), status::ok);
-    EXPECT_FALSE(sameBits(out[0], std::vector<float>(source.samples.begin() + 4096, source.samples.end())));
+    EXPECT_FALSE(sameBits(out[0], std::vector<float>(input.begin() + 4096, input.end())));
     EXPECT_TRUE(sameBits(out[0], out[1]));
     EXPECT_NE(unit.dsp().seed(), GrainDSP::kInitialSeed);
 }

@@ -1,13 +1,14 @@
 #include "dsp/PeakLimiter.h"
 
-#include "DspTestSignals.h"
+#include "support/MemorySource.h"
+#include "support/TestAudio.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 using namespace parlova;
-namespace ts = parlova::testsignals;
+namespace ts = parlova::testaudio;
 
 namespace {
 
@@ -28,7 +29,7 @@ TEST(PeakLimiter, QuietSignalsComeOutBitIdenticalAfterTheLookahead) {
     EXPECT_EQ(preparedLimiter(44100.0)->latencyFrames(), 221);
 
     ts::Channels in(2, 48000);
-    in[0] = ts::noise(48000, 0.98f, 7);
+    in[0] = ts::whiteNoise(48000, 0.98f, 7);
     in[1] = ts::sine(440, 48000, 48000, 0.9f);
     auto out = ts::renderThrough(*limiter, in, 333);
     for (size_t c = 0; c < 2; ++c) {
@@ -41,7 +42,7 @@ TEST(PeakLimiter, NeverExceedsTheCeilingOnLoudInput) {
     auto limiter = preparedLimiter();
     const size_t frames = 48000 * 3;
     ts::Channels in(2, frames);
-    in[0] = ts::noise(frames, 6.0f, 8);
+    in[0] = ts::whiteNoise(frames, 6.0f, 8);
     in[1] = ts::sine(100, 48000, frames, 3.0f);
     for (size_t i = 1000; i < frames; i += 4999) in[1][i] = (i % 2) ? 40.0f : -40.0f;  // isolated spikes
     auto out = ts::renderThrough(*limiter, in);

@@ -1,13 +1,14 @@
 #include "dsp/PitchTracker.h"
 
-#include "DspTestSignals.h"
+#include "support/MemorySource.h"
+#include "support/TestAudio.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 
 using namespace parlova;
-namespace ts = parlova::testsignals;
+namespace ts = parlova::testaudio;
 
 namespace {
 
@@ -159,8 +160,8 @@ TEST(PitchTracker, TrackingIsIndependentOfBlockSize) {
 TEST(PitchTracker, FindsTheTypicalPitchOfSynthesizedSpeech) {
     const std::string text = "The quick brown fox jumps over the lazy dog. We were away a year ago, "
                              "and now we are home again for a while.";
-    const auto low = ts::synthesizedSpeech(text, 48000, "-p 20");
-    const auto high = ts::synthesizedSpeech(text, 48000, "-p 80");
+    const auto low = ts::speech(text, 48000, "-p 20");
+    const auto high = ts::speech(text, 48000, "-p 80");
     if (low.empty() || high.empty()) GTEST_SKIP() << "espeak-ng or sox not available";
 
     auto lowTracker = trackerAt(48000), highTracker = trackerAt(48000);

@@ -2,7 +2,8 @@
 // output device and the virtual mic is recorded by another client and measured.
 #include "engine/VoiceEngine.h"
 #include "support/Analysis.h"
-#include "support/PulseClients.h"
+#include "support/PulseServer.h"
+#include "support/TestAudio.h"
 
 #include <QProcess>
 #include <QTemporaryDir>
@@ -25,7 +26,7 @@ std::string sawtoothFile(const std::string& dir, int seconds = 8) {
     const auto second = analysis::sawtooth(150, 1.0, kRate, 0.4f);
     std::vector<float> all;
     for (int i = 0; i < seconds; ++i) all.insert(all.end(), second.begin(), second.end());
-    writeWavMono(path, all, kRate);
+    testaudio::writeWav(path, {double(kRate), {all}});
     return path;
 }
 
@@ -34,8 +35,6 @@ Voice steadyVoice(float pitchCents) {
     v.pitch = pitchCents;
     return v;
 }
-
-std::optional<uint32_t> idOf(const std::string& uid) { return AudioDeviceList::deviceID(QString::fromStdString(uid)); }
 
 // The virtual microphone as the installer makes it: a null sink and a remap of its monitor.
 struct VirtualMicModules {
@@ -117,7 +116,7 @@ TEST_F(LiveModePulse, CallModeFeedsTheVirtualMicAndGivesTheRealMicBack) {
     EXPECT_NEAR(analysis::cents(measuredHz(app.stop()), 150.0), -400.0, 5.0);
 
     engine.toggleLive();
-    EXPECT_EQ(AudioDeviceList::defaultInputID(), idOf("fake_mic"));
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), std::optional<uint32_t>(deviceId("fake_mic")));
     EXPECT_FALSE(settings->contains(VoiceEngine::kMicBeforeCallModeKey));
 }
 
@@ -134,7 +133,7 @@ TEST_F(LiveModePulse, HearMyselfUsesHeadphonesButNeverSpeakers) {
     engine.setOutputUID("headphones", false);  // restarts live on the new route
     ASSERT_TRUE(waitUntil([&] { return engine.liveGraph() != nullptr; }, 3000));
     ASSERT_TRUE(engine.liveGraph()->route().monitor.has_value());
-    EXPECT_EQ(*engine.liveGraph()->route().monitor, idOf("headphones"));
+    EXPECT_EQ(*engine.liveGraph()->route().monitor, std::optional<uint32_t>(deviceId("headphones")));
     EXPECT_EQ(engine.liveGraph()->route().output, AudioDeviceList::virtualCableID());
     engine.toggleLive();
 }
@@ -149,7 +148,7 @@ TEST_F(LiveModePulse, CallModeWithoutTheVirtualMicFailsAfterThreeAttempts) {
     EXPECT_GE(waited, 0.75);  // two retries, 0.4 s apart
     EXPECT_EQ(engine.errorMessage(), VoiceEngine::kCallNeedsVirtualMicMessage);
     EXPECT_EQ(engine.liveGraph(), nullptr);
-    EXPECT_EQ(AudioDeviceList::defaultInputID(), idOf("fake_mic"));
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), std::optional<uint32_t>(deviceId("fake_mic")));
 }
 
 TEST_F(LiveModePulse, AnOutputUnpluggedMidLiveStopsLiveWithTheDisconnectSentence) {
@@ -182,7 +181,7 @@ TEST_F(LiveModePulse, RecordingUsesTheMutedLiveInputAndBecomesTheClip) {
     // The capture stream takes a moment to start delivering.
     EXPECT_GT(engine.clipDuration(), 1.3);
     EXPECT_LT(engine.clipDuration(), 1.6);
-    EXPECT_LT(rms(speakers.stop()), 1e-4);  // nothing was heard while only recording
+    EXPECT_LT(testaudio::rms(speakers.stop()), 1e-4);  // nothing was heard while only recording
 }
 
 // The command-line tool in call mode, ended by SIGTERM and by SIGKILL: the real
@@ -203,13 +202,13 @@ TEST_F(LiveModePulse, SystemMicIsRestoredAfterSigtermAndAfterAHardKill) {
         return cli.exitCode();
     };
     EXPECT_EQ(runCli(SIGTERM), 0);
-    EXPECT_EQ(AudioDeviceList::defaultInputID(), idOf("fake_mic"));
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), std::optional<uint32_t>(deviceId("fake_mic")));
 
     runCli(SIGKILL);
     EXPECT_EQ(AudioDeviceList::defaultInputID(), AudioDeviceList::virtualCableID());  // left behind
     QSettings cliSettings(dir.filePath("config/Parlova/Parlova.conf"), QSettings::IniFormat);
     EXPECT_EQ(cliSettings.value(VoiceEngine::kMicBeforeCallModeKey).toString(), "fake_mic");
     VoiceEngine nextStart(&cliSettings);
-    EXPECT_EQ(AudioDeviceList::defaultInputID(), idOf("fake_mic"));
+    EXPECT_EQ(AudioDeviceList::defaultInputID(), std::optional<uint32_t>(deviceId("fake_mic")));
     EXPECT_FALSE(cliSettings.contains(VoiceEngine::kMicBeforeCallModeKey));
 }

@@ -41,17 +41,14 @@ bool allZero(const std::vector<float>& v) {
 }  // namespace
 
 TEST(MicBridgeSizes, CushionAndCapacityFollowTheRate) {
-    MicBridge bridge(48000, 0.02);
-    EXPECT_EQ(bridge.cushion(), 960);
-    EXPECT_EQ(bridge.capacity(), 24000);  // max(8 x 0.02, 0.5) s
-
-    MicBridge monitor(44100, 0.03);
-    EXPECT_EQ(monitor.cushion(), 1323);
-    EXPECT_EQ(monitor.capacity(), 22050);
-
-    MicBridge large(48000, 0.1);  // 8 cushions exceed half a second
-    EXPECT_EQ(large.cushion(), 4800);
-    EXPECT_EQ(large.capacity(), 38400);
+    // Capacity: max(8 cushions, half a second).
+    const struct { double rate, seconds; int cushion, capacity; } cases[] = {
+        {48000, 0.02, 960, 24000}, {44100, 0.03, 1323, 22050}, {48000, 0.1, 4800, 38400}};
+    for (const auto& c : cases) {
+        MicBridge bridge(c.rate, c.seconds);
+        EXPECT_EQ(bridge.cushion(), c.cushion) << c.rate << " " << c.seconds;
+        EXPECT_EQ(bridge.capacity(), c.capacity) << c.rate << " " << c.seconds;
+    }
 }
 
 TEST(MicBridgePriming, ReadBeforeAnyWriteIsSilentAndUnprimed) {
@@ -89,46 +86,34 @@ TEST(MicBridgePriming, UnderrunZeroFillsAndRearmsPriming) {
     EXPECT_EQ(out[0], 5000.0f);
 }
 
-TEST(MicBridgeTrim, SixThousandFramesAtOnceKeepTheNewestTwoCushions) {
-    MicBridge bridge(48000, 0.02);
-    writeRamp(bridge, 0, 6000);
-    EXPECT_EQ(bridge.count(), 1920);
-    EXPECT_EQ(bridge.trims(), 1u);
-    auto out = readMono(bridge, 1920);
-    EXPECT_EQ(out.front(), 6000.0f - 1920.0f);
-    EXPECT_EQ(out.back(), 5999.0f);
-}
-
-TEST(MicBridgeTrim, SixCushionsExactlyAreKept) {
-    MicBridge bridge(48000, 0.02);
-    writeRamp(bridge, 0, 5760);  // 6 x 960: not above the threshold
-    EXPECT_EQ(bridge.count(), 5760);
-    EXPECT_EQ(bridge.trims(), 0u);
-    writeRamp(bridge, 5760, 1);
-    EXPECT_EQ(bridge.count(), 1920);
-    EXPECT_EQ(bridge.trims(), 1u);
-}
-
-TEST(MicBridgeTrim, OversizedWriteKeepsOnlyTheFirst16384Frames) {
-    MicBridge bridge(48000, 0.02);
-    writeRamp(bridge, 0, 20000);
-    EXPECT_EQ(bridge.count(), 1920);
-    auto out = readMono(bridge, 1920);
-    EXPECT_EQ(out.back(), 16383.0f);  // frames from 16384 on were dropped
-    EXPECT_EQ(out.front(), 16384.0f - 1920.0f);
-}
-
-TEST(MicBridgeTrim, OverflowBeyondCapacityOverwritesTheOldest) {
-    // A big cushion so that the trim threshold lies above the ring's capacity.
-    MicBridge bridge(8000, 0.5);  // cushion 4000, capacity 32000, trim above 24000
-    for (int i = 0; i < 2; ++i) writeRamp(bridge, i * 16000, 16000);
-    EXPECT_EQ(bridge.count(), 8000);  // 32000 > 6 cushions: trimmed to two
-    MicBridge wide(1000, 1.0);       // cushion 1000, capacity 8000, trim above 6000
-    writeRamp(wide, 0, 12000);       // more than the whole ring in one write
-    EXPECT_EQ(wide.count(), 2000);
-    auto out = readMono(wide, 2000);
-    EXPECT_EQ(out.front(), 10000.0f);
-    EXPECT_EQ(out.back(), 11999.0f);
+// Above six cushions the backlog is trimmed to the newest two; one write keeps
+// at most its first 16384 frames; beyond capacity the oldest are overwritten.
+TEST(MicBridgeTrim, BacklogAboveSixCushionsKeepsTheNewestTwo) {
+    struct Case {
+        double rate, seconds;
+        std::vector<std::pair<int, int>> writes;  // ramp start, frames
+        int count;
+        int trims;           // -1: not checked
+        float front, back;   // of the backlog read back; -1: not checked
+    };
+    const Case cases[] = {
+        {48000, 0.02, {{0, 6000}}, 1920, 1, 6000 - 1920, 5999},
+        {48000, 0.02, {{0, 5760}}, 5760, 0, -1, -1},  // exactly six cushions are kept
+        {48000, 0.02, {{0, 5760}, {5760, 1}}, 1920, 1, 5761 - 1920, 5760},
+        {48000, 0.02, {{0, 20000}}, 1920, -1, 16384 - 1920, 16383},  // frames from 16384 on dropped
+        {8000, 0.5, {{0, 16000}, {16000, 16000}}, 8000, -1, -1, -1},  // trim threshold above capacity
+        {1000, 1.0, {{0, 12000}}, 2000, -1, 10000, 11999},           // more than the ring in one write
+    };
+    for (const auto& c : cases) {
+        MicBridge bridge(c.rate, c.seconds);
+        for (auto [start, frames] : c.writes) writeRamp(bridge, start, frames);
+        EXPECT_EQ(bridge.count(), c.count) << c.rate << " " << c.writes.back().second;
+        if (c.trims >= 0) EXPECT_EQ(bridge.trims(), static_cast<uint64_t>(c.trims));
+        if (c.front < 0) continue;
+        const auto out = readMono(bridge, c.count);
+        EXPECT_EQ(out.front(), c.front);
+        EXPECT_EQ(out.back(), c.back);
+    }
 }
 
 TEST(MicBridgeMixDown, StereoInterleavedOppositeSamplesCancel) {

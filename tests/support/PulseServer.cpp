@@ -1,6 +1,10 @@
-#include "devices/PulseTestServer.h"
+#include "support/PulseServer.h"
 
+#include "devices/AudioDeviceList.h"
 #include "devices/pulse/PulseControl.h"
+#include "support/TestAudio.h"
+
+#include <QFileInfo>
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -8,12 +12,9 @@
 
 #include <unistd.h>
 
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 
 namespace parlova::testpulse {
@@ -21,25 +22,13 @@ namespace {
 
 std::string g_reason;
 
+using testaudio::haveTool;
+using testaudio::runCapture;
+using testaudio::shellQuote;
+
 std::string trim(std::string s) {
     while (!s.empty() && (s.back() == '\n' || s.back() == ' ' || s.back() == '\r')) s.pop_back();
     return s;
-}
-
-int runCapture(const std::string& command, std::string* out) {
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return -1;
-    std::string text;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) text.append(buf, n);
-    const int status = pclose(pipe);
-    if (out) *out = text;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-bool haveTool(const char* tool) {
-    return runCapture(std::string("command -v ") + tool + " >/dev/null 2>&1", nullptr) == 0;
 }
 
 struct Stopper {
@@ -154,107 +143,36 @@ void pump(int ms) {
     }
 }
 
-bool writeWavMono(const std::string& path, const std::vector<float>& samples, int rate) {
-    std::ofstream f(path, std::ios::binary);
-    if (!f) return false;
-    auto u32 = [&](uint32_t v) { f.write(reinterpret_cast<const char*>(&v), 4); };
-    auto u16 = [&](uint16_t v) { f.write(reinterpret_cast<const char*>(&v), 2); };
-    const uint32_t bytes = static_cast<uint32_t>(samples.size() * 4);
-    f.write("RIFF", 4);
-    u32(36 + bytes);
-    f.write("WAVEfmt ", 8);
-    u32(16);
-    u16(3);  // IEEE float
-    u16(1);
-    u32(static_cast<uint32_t>(rate));
-    u32(static_cast<uint32_t>(rate) * 4);
-    u16(4);
-    u16(32);
-    f.write("data", 4);
-    u32(bytes);
-    f.write(reinterpret_cast<const char*>(samples.data()), bytes);
-    return static_cast<bool>(f);
+uint32_t deviceId(const std::string& uid) {
+    return AudioDeviceList::deviceID(QString::fromStdString(uid)).value_or(kNoDevice);
 }
 
-std::vector<float> sine(double hz, double seconds, int rate, float amplitude) {
-    std::vector<float> out(static_cast<size_t>(seconds * rate));
-    for (size_t i = 0; i < out.size(); ++i)
-        out[i] = amplitude * static_cast<float>(std::sin(2.0 * M_PI * hz * static_cast<double>(i) / rate));
-    return out;
+MicFeed::MicFeed(const std::string& file, bool loop) {
+    const std::string play = "paplay -d mic_feed " + shellQuote(file);
+    process_.start("sh", {"-c", QString::fromStdString(loop ? "while " + play + "; do :; done" : "exec " + play)});
+    process_.waitForStarted(3000);
 }
 
-std::vector<float> readWavFloats(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    std::vector<char> bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-    if (bytes.size() < 12 || std::memcmp(bytes.data(), "RIFF", 4) != 0) return {};
-    size_t at = 12;
-    while (at + 8 <= bytes.size()) {
-        uint32_t size = 0;
-        std::memcpy(&size, bytes.data() + at + 4, 4);
-        if (std::memcmp(bytes.data() + at, "data", 4) == 0) {
-            const size_t begin = at + 8;
-            const size_t end = (size == 0 || size == 0xffffffffu || begin + size > bytes.size()) ? bytes.size() : begin + size;
-            std::vector<float> out((end - begin) / 4);
-            std::memcpy(out.data(), bytes.data() + begin, out.size() * 4);
-            return out;
-        }
-        at += 8 + size + (size & 1);
+MicFeed::~MicFeed() {
+    // A loop's paplay child outlives the shell until its file ends.
+    process_.kill();
+    process_.waitForFinished(3000);
+}
+
+SourceRecorder::SourceRecorder(const std::string& source, const std::string& path) : path_(path) {
+    process_.start("parecord", {"--latency-msec=20", "-d", QString::fromStdString(source), "--file-format=wav",
+                                "--format=float32le", "--channels=1", "--rate=48000", QString::fromStdString(path)});
+    process_.waitForStarted(3000);
+    // parecord takes a moment to connect: wait until audio is arriving.
+    waitUntil([&] { return QFileInfo(QString::fromStdString(path)).size() > 8192; }, 5000);
+}
+
+std::vector<float> SourceRecorder::stop() {
+    if (process_.state() != QProcess::NotRunning) {
+        process_.terminate();
+        process_.waitForFinished(3000);
     }
-    return {};
-}
-
-double rms(const std::vector<float>& s, size_t from, size_t count) {
-    if (from >= s.size()) return 0.0;
-    const size_t end = count == SIZE_MAX ? s.size() : std::min(s.size(), from + count);
-    double sum = 0;
-    for (size_t i = from; i < end; ++i) sum += double(s[i]) * s[i];
-    return end > from ? std::sqrt(sum / double(end - from)) : 0.0;
-}
-
-double zeroCrossingHz(const std::vector<float>& s, int rate, size_t from, size_t count) {
-    const size_t end = count == SIZE_MAX ? s.size() : std::min(s.size(), from + count);
-    double first = -1, last = -1;
-    int crossings = 0;
-    for (size_t i = from + 1; i < end; ++i) {
-        if (s[i - 1] < 0.0f && s[i] >= 0.0f) {
-            const double t = double(i - 1) + double(-s[i - 1]) / double(s[i] - s[i - 1]);
-            if (first < 0) first = t;
-            else ++crossings;
-            last = t;
-        }
-    }
-    if (crossings < 2) return 0.0;
-    return crossings * double(rate) / (last - first);
-}
-
-std::string shellQuote(const std::string& s) {
-    std::string q = "'";
-    for (char c : s) {
-        if (c == '\'') q += "'\\''";
-        else q += c;
-    }
-    return q + "'";
-}
-
-namespace {
-struct TempDirs {
-    std::vector<std::string> made;
-    ~TempDirs() {
-        std::error_code ignored;
-        for (const auto& d : made) std::filesystem::remove_all(d, ignored);
-    }
-};
-TempDirs g_tempDirs;
-}  // namespace
-
-std::string tempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "parlova-test.XXXXXX").string();
-    std::vector<char> buf(pattern.begin(), pattern.end());
-    buf.push_back('\0');
-    const char* made = mkdtemp(buf.data());
-    if (!made) return {};
-    g_tempDirs.made.emplace_back(made);
-    return made;
+    return testaudio::readWavFloats(path_);
 }
 
 }  // namespace parlova::testpulse

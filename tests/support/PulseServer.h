@@ -6,6 +6,8 @@
 // Tests that need it carry "Pulse" in their suite name and begin with
 // PARLOVA_REQUIRE_PULSE(). With PARLOVA_REQUIRE_PULSE=1 in the environment a
 // missing server fails the test instead of skipping it.
+#include <QProcess>
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -41,19 +43,32 @@ private:
 bool waitUntil(const std::function<bool()>& done, int ms);
 // Spins the Qt event loop for `ms`.
 void pump(int ms);
+// The id of the device with this UID, or an id no device has.
+uint32_t deviceId(const std::string& uid);
+constexpr uint32_t kNoDevice = 0x7ffffff0u;
 
-// A 32-bit float mono WAV at `rate`.
-bool writeWavMono(const std::string& path, const std::vector<float>& samples, int rate);
-std::vector<float> sine(double hz, double seconds, int rate, float amplitude);
-// Float samples of a 32-bit float WAV as parecord --file-format=wav writes it
-// (a header left unfinished by a stopped recorder is tolerated).
-std::vector<float> readWavFloats(const std::string& path);
-double rms(const std::vector<float>& samples, size_t from = 0, size_t count = SIZE_MAX);
-// Frequency from zero crossings over a steady stretch.
-double zeroCrossingHz(const std::vector<float>& samples, int rate, size_t from = 0, size_t count = SIZE_MAX);
+// Plays a file into the fake microphone ("mic_feed") in real time, once or in a loop.
+class MicFeed {
+public:
+    explicit MicFeed(const std::string& file, bool loop = false);
+    ~MicFeed();
+    bool waitDone(int ms) { return process_.waitForFinished(ms); }
 
-std::string shellQuote(const std::string& s);
-std::string tempDir();  // a fresh folder, removed when the test process ends
+private:
+    QProcess process_;
+};
+
+// Records a source as mono 32-bit float at 48 kHz, as another app would.
+class SourceRecorder {
+public:
+    SourceRecorder(const std::string& source, const std::string& path);
+    ~SourceRecorder() { stop(); }
+    std::vector<float> stop();
+
+private:
+    QProcess process_;
+    std::string path_;
+};
 
 }  // namespace parlova::testpulse
 

@@ -25,26 +25,30 @@ std::vector<const float*> Audio::pointers() const {
     return p;
 }
 
-Audio tone(double hz, double seconds, double sampleRate, int channels, float amplitude) {
-    Audio a;
-    a.sampleRate = sampleRate;
-    const auto frames = static_cast<size_t>(std::llround(seconds * sampleRate));
-    std::vector<float> wave(frames);
+std::vector<float> sine(double hz, double sampleRate, size_t frames, float amplitude) {
+    std::vector<float> out(frames);
     const double step = 2.0 * M_PI * hz / sampleRate;
-    for (size_t i = 0; i < frames; ++i) wave[i] = amplitude * static_cast<float>(std::sin(step * static_cast<double>(i)));
-    a.channels.assign(static_cast<size_t>(channels), wave);
-    return a;
+    for (size_t i = 0; i < frames; ++i) out[i] = amplitude * static_cast<float>(std::sin(step * static_cast<double>(i)));
+    return out;
+}
+
+std::vector<float> whiteNoise(size_t frames, float amplitude, uint32_t seed) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> dist(-amplitude, amplitude);
+    std::vector<float> out(frames);
+    for (auto& v : out) v = dist(rng);
+    return out;
+}
+
+Audio tone(double hz, double seconds, double sampleRate, int channels, float amplitude) {
+    const auto frames = static_cast<size_t>(std::llround(seconds * sampleRate));
+    return {sampleRate, std::vector<std::vector<float>>(static_cast<size_t>(channels), sine(hz, sampleRate, frames, amplitude))};
 }
 
 Audio noise(double seconds, double sampleRate, int channels, float amplitude, uint32_t seed) {
-    Audio a;
-    a.sampleRate = sampleRate;
-    const auto frames = static_cast<size_t>(std::llround(seconds * sampleRate));
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> dist(-amplitude, amplitude);
-    a.channels.assign(static_cast<size_t>(channels), std::vector<float>(frames));
-    for (auto& ch : a.channels)
-        for (auto& v : ch) v = dist(rng);
+    Audio a{sampleRate, {}};
+    for (int c = 0; c < channels; ++c)
+        a.channels.push_back(whiteNoise(static_cast<size_t>(std::llround(seconds * sampleRate)), amplitude, seed + c));
     return a;
 }
 
@@ -100,6 +104,24 @@ Audio readAudioFile(const std::string& path) {
     return a;
 }
 
+std::vector<float> readWavFloats(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+    for (size_t at = 12; bytes.compare(0, 4, "RIFF") == 0 && at + 8 <= bytes.size();) {
+        uint32_t size = 0;
+        std::memcpy(&size, bytes.data() + at + 4, 4);
+        if (bytes.compare(at, 4, "data") == 0) {
+            const size_t begin = at + 8;
+            const size_t end = (size == 0 || size == 0xffffffffu || begin + size > bytes.size()) ? bytes.size() : begin + size;
+            std::vector<float> out((end - begin) / 4);
+            std::memcpy(out.data(), bytes.data() + begin, out.size() * 4);
+            return out;
+        }
+        at += 8 + size + (size & 1);
+    }
+    return {};
+}
+
 double rms(const std::vector<float>& samples, size_t from, size_t count) {
     const size_t end = std::min(samples.size(), count > samples.size() ? samples.size() : from + count);
     if (from >= end) return 0.0;
@@ -131,6 +153,14 @@ double toneFrequency(const std::vector<float>& samples, double sampleRate, size_
     return (crossings - 1) * sampleRate / (last - first);
 }
 
+size_t loudestStart(const std::vector<float>& s, size_t length) {
+    size_t best = 0;
+    double bestRms = -1;
+    for (size_t at = 0; at + length <= s.size(); at += length / 4)
+        if (const double r = rms(s, at, length); r > bestRms) bestRms = r, best = at;
+    return best;
+}
+
 TempFolder::TempFolder() {
     std::string pattern = (fs::temp_directory_path() / "parlova-test-XXXXXX").string();
     if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
@@ -155,6 +185,17 @@ int runQuiet(const std::string& command) {
     return status == -1 ? -1 : WEXITSTATUS(status);
 }
 
+int runCapture(const std::string& command, std::string* out) {
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return -1;
+    std::string text;
+    char buf[4096];
+    for (size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;) text.append(buf, n);
+    const int status = pclose(pipe);
+    if (out) *out = text;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 std::string shellQuote(const std::string& arg) {
     std::string q = "'";
     for (char c : arg) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
@@ -162,13 +203,27 @@ std::string shellQuote(const std::string& arg) {
 }
 
 std::string speak(const std::string& text, const std::string& folder, const std::string& name,
-                  const std::string& voice) {
+                  const std::string& voice, const std::string& args) {
     if (!haveTool("espeak-ng")) return {};
     const std::string path = folder + "/" + name;
-    const std::string cmd = "espeak-ng -v " + shellQuote(voice) + " -w " + shellQuote(path) + " " + shellQuote(text);
-    if (runQuiet(cmd) != 0) return {};
+    if (runQuiet("espeak-ng -v " + shellQuote(voice) + " " + args + " -w " + shellQuote(path) + " " + shellQuote(text)) != 0)
+        return {};
     std::error_code ec;
     return fs::file_size(path, ec) > 44 && !ec ? path : std::string();
+}
+
+std::vector<float> speech(const std::string& text, double sampleRate, const std::string& args) {
+    TempFolder dir;
+    const std::string wav = speak(text, dir.path(), "speech.wav", "en-us", args), raw = dir.file("speech.f32");
+    if (wav.empty() || !haveTool("sox") ||
+        runQuiet("sox " + shellQuote(wav) + " -t raw -e floating-point -b 32 -c 1 -r " +
+                 std::to_string(std::lround(sampleRate)) + " " + shellQuote(raw)) != 0)
+        return {};
+    std::ifstream in(raw, std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::vector<float> samples(bytes.size() / 4);
+    std::memcpy(samples.data(), bytes.data(), samples.size() * 4);
+    return samples;
 }
 
 }  // namespace parlova::testaudio
