@@ -58,7 +58,10 @@ void Reverb::prepare(const AudioFormat& format, int maxFrames) {
             longestEarly = std::max(longestEarly, side.earlyTaps[static_cast<size_t>(t)]);
         }
         wet_[s].assign(static_cast<size_t>(std::max(maxFrames, 1)), 0.0f);
+        tailIn_[s].assign(static_cast<size_t>(std::max(maxFrames, 1)), 0.0f);
+        earlyOut_[s].assign(static_cast<size_t>(std::max(maxFrames, 1)), 0.0f);
     }
+    monoIn_.assign(static_cast<size_t>(std::max(maxFrames, 1)), 0.0f);
     early_.buffer.assign(static_cast<size_t>(longestEarly + 1), 0.0f);
     clearState();
     appliedMix_ = mixPercent_.load(std::memory_order_relaxed) / 100.0f;
@@ -81,44 +84,64 @@ void Reverb::clearState() noexcept {
     early_.position = 0;
 }
 
-void Reverb::renderWet(float input, float& left, float& right) noexcept {
-    // Input history for the early reflections; position is the newest sample.
+void Reverb::renderWet(const float* input, int frames) noexcept {
+    // Early reflections, sample by sample over the shared input history (the
+    // newest sample sits at its position), and what feeds each side's tail.
     const int historySize = static_cast<int>(early_.buffer.size());
-    early_.buffer[static_cast<size_t>(early_.position)] = input;
+    for (int i = 0; i < frames; ++i) {
+        early_.buffer[static_cast<size_t>(early_.position)] = input[i];
+        for (int s = 0; s < kSides; ++s) {
+            const Side& side = sides_[static_cast<size_t>(s)];
+            float early = 0.0f;
+            for (int t = 0; t < kEarlyTaps; ++t) {
+                int at = early_.position - side.earlyTaps[static_cast<size_t>(t)];
+                if (at < 0) at += historySize;
+                early += kEarlyGain[t] * early_.buffer[static_cast<size_t>(at)];
+            }
+            earlyOut_[s][static_cast<size_t>(i)] = early;
+            tailIn_[s][static_cast<size_t>(i)] = (input[i] + early * 0.5f) * kTailInputGain;
+        }
+        if (++early_.position == historySize) early_.position = 0;
+    }
 
-    float out[kSides];
+    // The tail, one delay line at a time over the whole block: each line's
+    // state stays in registers, and every sample sees the same arithmetic in
+    // the same order as a sample-by-sample loop would give it.
     for (int s = 0; s < kSides; ++s) {
         Side& side = sides_[static_cast<size_t>(s)];
-        float early = 0.0f;
-        for (int t = 0; t < kEarlyTaps; ++t) {
-            int at = early_.position - side.earlyTaps[static_cast<size_t>(t)];
-            if (at < 0) at += historySize;
-            early += kEarlyGain[t] * early_.buffer[static_cast<size_t>(at)];
-        }
-
-        // The tail is fed from the input and the early reflections together.
-        const float tailInput = (input + early * 0.5f) * kTailInputGain;
-        float tail = 0.0f;
+        float* tail = wet_[s].data();
+        const float* feed = tailIn_[s].data();
+        std::fill_n(tail, frames, 0.0f);
         for (Comb& comb : side.combs) {
-            float& slot = comb.line.buffer[static_cast<size_t>(comb.line.position)];
-            const float delayed = slot;
-            comb.damped = delayed * (1.0f - kDamping) + comb.damped * kDamping;
-            slot = tailInput + comb.damped * comb.feedback;
-            if (++comb.line.position == static_cast<int>(comb.line.buffer.size())) comb.line.position = 0;
-            tail += delayed;
+            float* line = comb.line.buffer.data();
+            const int length = static_cast<int>(comb.line.buffer.size());
+            int position = comb.line.position;
+            float damped = comb.damped;
+            for (int i = 0; i < frames; ++i) {
+                const float delayed = line[position];
+                damped = delayed * (1.0f - kDamping) + damped * kDamping;
+                line[position] = feed[i] + damped * comb.feedback;
+                if (++position == length) position = 0;
+                tail[i] += delayed;
+            }
+            comb.line.position = position;
+            comb.damped = damped;
         }
-        for (DelayLine& line : side.allpasses) {
-            float& slot = line.buffer[static_cast<size_t>(line.position)];
-            const float delayed = slot;
-            slot = tail + delayed * kAllpassFeedback;
-            tail = delayed - tail;
-            if (++line.position == static_cast<int>(line.buffer.size())) line.position = 0;
+        for (DelayLine& allpass : side.allpasses) {
+            float* line = allpass.buffer.data();
+            const int length = static_cast<int>(allpass.buffer.size());
+            int position = allpass.position;
+            for (int i = 0; i < frames; ++i) {
+                const float delayed = line[position];
+                line[position] = tail[i] + delayed * kAllpassFeedback;
+                tail[i] = delayed - tail[i];
+                if (++position == length) position = 0;
+            }
+            allpass.position = position;
         }
-        out[s] = tail + early * kEarlyLevel;
+        const float* early = earlyOut_[s].data();
+        for (int i = 0; i < frames; ++i) tail[i] += early[i] * kEarlyLevel;
     }
-    if (++early_.position == historySize) early_.position = 0;
-    left = out[0];
-    right = out[1];
 }
 
 void Reverb::process(BufferList& buffers, int frames) noexcept {
@@ -134,14 +157,16 @@ void Reverb::process(BufferList& buffers, int frames) noexcept {
     for (int ch = 0; ch < channels; ++ch) present += buffers.data[ch] != nullptr ? 1 : 0;
     if (present == 0) return;
 
-    float* wetLeft = wet_[0].data();
-    float* wetRight = wet_[1].data();
+    float* mono = monoIn_.data();
     for (int i = 0; i < frames; ++i) {
         float sum = 0.0f;
         for (int ch = 0; ch < channels; ++ch)
             if (buffers.data[ch] != nullptr) sum += buffers.data[ch][i];
-        renderWet(sum / static_cast<float>(present), wetLeft[i], wetRight[i]);
+        mono[i] = sum / static_cast<float>(present);
     }
+    renderWet(mono, frames);
+    const float* wetLeft = wet_[0].data();
+    const float* wetRight = wet_[1].data();
 
     // The mix glides from the last block's value to the new one over the block.
     const float step = (target - start) / static_cast<float>(frames);

@@ -50,7 +50,8 @@ private:
     };
 
     void clearState() noexcept;
-    void renderWet(float input, float& left, float& right) noexcept;
+    // Renders the wet left and right of a block of mono input into wet_.
+    void renderWet(const float* input, int frames) noexcept;
 
     std::atomic<float> mixPercent_{0.0f};
 
@@ -59,6 +60,9 @@ private:
     std::array<Side, kSides> sides_;
     DelayLine early_;  // shared input history for the early reflections
     std::vector<float> wet_[kSides];
+    std::vector<float> monoIn_;
+    std::vector<float> tailIn_[kSides];
+    std::vector<float> earlyOut_[kSides];
 };
 
 }  // namespace parlova
