@@ -70,6 +70,21 @@ std::string shellQuote(const std::string& s) {
     return out + "'";
 }
 
+std::string commandOutput(const std::string& command, int* status = nullptr) {
+    std::string output;
+    if (FILE* pipe = popen(command.c_str(), "r")) {
+        char buffer[1024];
+        while (std::fgets(buffer, sizeof buffer, pipe)) output += buffer;
+        const int st = pclose(pipe);
+        if (status) *status = st;
+    } else if (status) {
+        *status = -1;
+    }
+    return output;
+}
+
+const std::string kServerScript = "sh " + shellQuote(PARLOVA_SOURCE_DIR "/tests/fixtures/pulse-server.sh");
+
 class PrivateServer {
 public:
     // Uses the server named by the environment when it is the project's own
@@ -79,22 +94,13 @@ public:
             std::printf("Using the private sound server from the environment (%s).\n", std::getenv("PULSE_SERVER"));
             return true;
         }
-        const std::string command = "sh " + shellQuote(PARLOVA_SOURCE_DIR "/tests/fixtures/pulse-server.sh") +
-                                    " start --owner " + std::to_string(getpid());
-        FILE* pipe = popen(command.c_str(), "r");
-        if (!pipe) return *error = "could not run the server script", false;
-        std::string output;
-        char buffer[512];
-        while (std::fgets(buffer, sizeof buffer, pipe)) output += buffer;
-        if (pclose(pipe) != 0) return *error = "the private sound server did not start", false;
-        // Lines of the form: export NAME='VALUE'
-        std::istringstream lines(output);
-        for (std::string line; std::getline(lines, line);) {
-            if (line.rfind("export ", 0) != 0) continue;
+        int status = 0;
+        std::istringstream lines(commandOutput(kServerScript + " start --owner " + std::to_string(getpid()), &status));
+        if (status != 0) return *error = "the private sound server did not start", false;
+        for (std::string line; std::getline(lines, line);) {  // export NAME='VALUE'
             const auto eq = line.find('=');
-            if (eq == std::string::npos || line.size() < eq + 3) continue;
-            const std::string name = line.substr(7, eq - 7);
-            const std::string value = line.substr(eq + 2, line.size() - eq - 3);
+            if (line.rfind("export ", 0) != 0 || eq == std::string::npos || line.size() < eq + 3) continue;
+            const std::string name = line.substr(7, eq - 7), value = line.substr(eq + 2, line.size() - eq - 3);
             setenv(name.c_str(), value.c_str(), 1);
             if (name == "PARLOVA_PULSE_DIR") dir_ = value;
         }
@@ -104,10 +110,8 @@ public:
     }
     ~PrivateServer() { stop(); }
     void stop() {
-        if (dir_.empty()) return;
-        const std::string command =
-            "sh " + shellQuote(PARLOVA_SOURCE_DIR "/tests/fixtures/pulse-server.sh") + " stop " + shellQuote(dir_);
-        if (std::system(command.c_str()) != 0) std::fprintf(stderr, "Stopping the private sound server failed.\n");
+        if (!dir_.empty() && std::system((kServerScript + " stop " + shellQuote(dir_)).c_str()) != 0)
+            std::fprintf(stderr, "Stopping the private sound server failed.\n");
         dir_.clear();
     }
 
@@ -143,35 +147,24 @@ double ownCpuSeconds() {
 // capture and output streams (pactl), one line per stream.
 std::string serverStreamLatencies() {
     std::string result;
-    for (const char* kind : {"source-outputs", "sink-inputs"}) {
-        FILE* pipe = popen((std::string("pactl list ") + kind + " 2>/dev/null").c_str(), "r");
-        if (!pipe) continue;
-        std::string block, line;
-        std::vector<std::string> blocks;
-        char buffer[1024];
-        while (std::fgets(buffer, sizeof buffer, pipe)) {
-            line = buffer;
-            if (line.rfind("Source Output #", 0) == 0 || line.rfind("Sink Input #", 0) == 0) {
-                if (!block.empty()) blocks.push_back(block);
-                block.clear();
-            }
-            block += line;
-        }
-        if (!block.empty()) blocks.push_back(block);
-        pclose(pipe);
-        for (const auto& b : blocks) {
+    for (const std::string kind : {"source-outputs", "sink-inputs"}) {
+        const bool output = kind == "sink-inputs";
+        const std::string text = commandOutput("pactl list " + kind + " 2>/dev/null");
+        const std::string header = output ? "Sink Input #" : "Source Output #";
+        for (size_t at = text.find(header); at != std::string::npos;) {
+            const size_t next = text.find(header, at + 1);
+            const std::string b = text.substr(at, next - at);
+            at = next;
             // Only the engine's streams: not this probe's, not the server's own remap streams.
             if (b.find("Latency probe") != std::string::npos || b.find("Parlova") == std::string::npos) continue;
-            auto field = [&](const char* name) {
-                const auto at = b.find(name);
-                if (at == std::string::npos) return std::string("?");
-                const auto start = at + std::strlen(name);
-                return b.substr(start, b.find('\n', start) - start);
+            auto field = [&](const std::string& name) {
+                const auto start = b.find(name);
+                if (start == std::string::npos) return std::string("?");
+                return b.substr(start + name.size(), b.find('\n', start) - start - name.size());
             };
-            const bool output = std::strcmp(kind, "sink-inputs") == 0;
-            result += std::string("    ") + (output ? "output stream:  " : "capture stream: ") +
-                      "buffer" + field("Buffer Latency:") + ", device" +
-                      field(output ? "Sink Latency:" : "Source Latency:") + "  (" + field("media.name = ") + ")\n";
+            result += std::string("    ") + (output ? "output stream:  " : "capture stream: ") + "buffer" +
+                      field("Buffer Latency:") + ", device" + field(output ? "Sink Latency:" : "Source Latency:") +
+                      "  (" + field("media.name = ") + ")\n";
         }
     }
     return result;
@@ -199,37 +192,48 @@ bool waitUntil(const std::function<bool()>& done, int ms) {
 
 pa_sample_spec monoFloat() { return {PA_SAMPLE_FLOAT32LE, kRate, 1}; }
 
-class BurstPlayer {
+// One mono float stream of this process; disconnected before its owner goes.
+class ProbeStream {
 public:
-    enum class Mode { Bursts, Sawtooth };
-
-    explicit BurstPlayer(pulse::PulseLoop& loop) : loop_(loop) {}
-    ~BurstPlayer() { disconnect(); }
-
-    bool connect(const char* sink) {
-        pulse::PulseLoop::Lock lock(loop_);
-        const pa_sample_spec format = monoFloat();
-        stream_ = pa_stream_new(loop_.context(), "Latency probe bursts", &format, nullptr);
-        if (!stream_) return false;
-        pa_stream_set_write_callback(stream_, &BurstPlayer::onWrite, this);
-        pa_buffer_attr attr;
-        attr.maxlength = static_cast<uint32_t>(-1);
-        attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(20000, &format));
-        attr.prebuf = static_cast<uint32_t>(-1);
-        attr.minreq = static_cast<uint32_t>(-1);
-        attr.fragsize = static_cast<uint32_t>(-1);
-        return pa_stream_connect_playback(stream_, sink, &attr, PA_STREAM_ADJUST_LATENCY, nullptr, nullptr) == 0;
-    }
     void disconnect() {
         if (!stream_) return;
         pulse::PulseLoop::Lock lock(loop_);
         pa_stream_set_write_callback(stream_, nullptr, nullptr);
+        pa_stream_set_read_callback(stream_, nullptr, nullptr);
         pa_stream_disconnect(stream_);
         pa_stream_unref(stream_);
         stream_ = nullptr;
     }
+
+protected:
+    explicit ProbeStream(pulse::PulseLoop& loop) : loop_(loop) {}
+    // Opens the stream with the loop locked; `attr` asks for about `usec` of buffering.
+    bool open(const std::string& name, pa_buffer_attr* attr, uint32_t pa_buffer_attr::*field, pa_usec_t usec) {
+        const pa_sample_spec format = monoFloat();
+        stream_ = pa_stream_new(loop_.context(), name.c_str(), &format, nullptr);
+        attr->maxlength = attr->tlength = attr->prebuf = attr->minreq = attr->fragsize = static_cast<uint32_t>(-1);
+        attr->*field = static_cast<uint32_t>(pa_usec_to_bytes(usec, &format));
+        return stream_ != nullptr;
+    }
+    pulse::PulseLoop& loop_;
+    pa_stream* stream_ = nullptr;
+};
+
+class BurstPlayer : public ProbeStream {
+public:
+    enum class Mode { Bursts, Sawtooth };
+
+    explicit BurstPlayer(pulse::PulseLoop& loop) : ProbeStream(loop) {}
+    ~BurstPlayer() { disconnect(); }
+
+    bool connect(const char* sink) {
+        pulse::PulseLoop::Lock lock(loop_);
+        pa_buffer_attr attr;
+        if (!open("Latency probe bursts", &attr, &pa_buffer_attr::tlength, 20000)) return false;
+        pa_stream_set_write_callback(stream_, &BurstPlayer::onWrite, this);
+        return pa_stream_connect_playback(stream_, sink, &attr, PA_STREAM_ADJUST_LATENCY, nullptr, nullptr) == 0;
+    }
     void setMode(Mode mode) { mode_.store(mode); }
-    int bursts() const { return bursts_.load(); }
 
 private:
     static void onWrite(pa_stream* s, size_t nbytes, void* userdata) {
@@ -244,15 +248,10 @@ private:
 
     float next() {
         const int64_t n = frame_++;
-        if (mode_.load(std::memory_order_relaxed) == Mode::Sawtooth) {
-            const double phase = std::fmod(n * 150.0 / kRate, 1.0);
-            return static_cast<float>(0.3 * (2 * phase - 1));
-        }
-        const auto period = static_cast<int64_t>(kBurstPeriod * kRate);
-        const auto length = static_cast<int64_t>(kBurstLength * kRate);
-        const auto ramp = static_cast<int64_t>(kBurstRamp * kRate);
-        const int64_t k = n % period;
-        if (k == 0) bursts_.fetch_add(1, std::memory_order_relaxed);
+        if (mode_.load(std::memory_order_relaxed) == Mode::Sawtooth)
+            return static_cast<float>(0.3 * (2 * std::fmod(n * 150.0 / kRate, 1.0) - 1));
+        const auto length = static_cast<int64_t>(kBurstLength * kRate), ramp = static_cast<int64_t>(kBurstRamp * kRate);
+        const int64_t k = n % static_cast<int64_t>(kBurstPeriod * kRate);
         if (k >= length) return 0;
         double gain = 1;
         if (k < ramp) gain = 0.5 - 0.5 * std::cos(std::numbers::pi * k / ramp);
@@ -260,17 +259,14 @@ private:
         return static_cast<float>(kBurstLevel * gain * std::sin(2 * std::numbers::pi * kBurstHz * n / kRate));
     }
 
-    pulse::PulseLoop& loop_;
-    pa_stream* stream_ = nullptr;
     int64_t frame_ = 0;
     std::atomic<Mode> mode_{Mode::Bursts};
-    std::atomic<int> bursts_{0};
 };
 
 // Records a source as mono float and notes, for each fragment, the capture
 // time of its first frame: now minus the stream's record latency (the time
 // between that frame's capture by the source and this read).
-class StampedRecorder {
+class StampedRecorder : public ProbeStream {
 public:
     struct Stamp {
         int64_t frame;
@@ -278,7 +274,7 @@ public:
     };
 
     StampedRecorder(pulse::PulseLoop& loop, std::string source, double seconds)
-        : loop_(loop), source_(std::move(source)) {
+        : ProbeStream(loop), source_(std::move(source)) {
         samples_.reserve(static_cast<size_t>((seconds + 5) * kRate));
         stamps_.reserve(static_cast<size_t>((seconds + 5) * 200));
     }
@@ -288,35 +284,18 @@ public:
 
     bool connect() {
         pulse::PulseLoop::Lock lock(loop_);
-        const pa_sample_spec format = monoFloat();
-        stream_ = pa_stream_new(loop_.context(), ("Latency probe: " + source_).c_str(), &format, nullptr);
-        if (!stream_) return false;
-        pa_stream_set_read_callback(stream_, &StampedRecorder::onRead, this);
         pa_buffer_attr attr;
-        attr.maxlength = static_cast<uint32_t>(-1);
-        attr.tlength = attr.prebuf = attr.minreq = static_cast<uint32_t>(-1);
-        attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(10000, &format));
+        if (!open("Latency probe: " + source_, &attr, &pa_buffer_attr::fragsize, 10000)) return false;
+        pa_stream_set_read_callback(stream_, &StampedRecorder::onRead, this);
         const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_INTERPOLATE_TIMING |
                                                           PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_DONT_MOVE);
         return pa_stream_connect_record(stream_, source_.c_str(), &attr, flags) == 0;
-    }
-    void disconnect() {
-        if (!stream_) return;
-        pulse::PulseLoop::Lock lock(loop_);
-        pa_stream_set_read_callback(stream_, nullptr, nullptr);
-        pa_stream_disconnect(stream_);
-        pa_stream_unref(stream_);
-        stream_ = nullptr;
     }
     // Copies of what was recorded so far (taken under the loop lock).
     void snapshot(std::vector<float>* samples, std::vector<Stamp>* stamps) {
         pulse::PulseLoop::Lock lock(loop_);
         *samples = samples_;
         *stamps = stamps_;
-    }
-    size_t frames() {
-        pulse::PulseLoop::Lock lock(loop_);
-        return samples_.size();
     }
 
 private:
@@ -326,28 +305,20 @@ private:
             pa_usec_t latency = 0;
             int negative = 0;
             const bool timed = pa_stream_get_latency(s, &latency, &negative) == 0;
-            const double now = static_cast<double>(pa_rtclock_now()) / 1e6;
+            const double now = static_cast<double>(pa_rtclock_now()) / 1e6, l = static_cast<double>(latency) / 1e6;
             const void* data = nullptr;
             size_t nbytes = 0;
             if (pa_stream_peek(s, &data, &nbytes) < 0 || nbytes == 0) return;
             const size_t frames = nbytes / sizeof(float);
-            if (timed) {
-                const double l = static_cast<double>(latency) / 1e6;
-                self->stamps_.push_back({static_cast<int64_t>(self->samples_.size()), negative ? now + l : now - l});
-            }
-            if (data) {
-                const auto* f = static_cast<const float*>(data);
-                self->samples_.insert(self->samples_.end(), f, f + frames);
-            } else {
-                self->samples_.insert(self->samples_.end(), frames, 0.0f);  // a hole
-            }
+            if (timed) self->stamps_.push_back({static_cast<int64_t>(self->samples_.size()), negative ? now + l : now - l});
+            const auto* f = static_cast<const float*>(data);
+            if (f) self->samples_.insert(self->samples_.end(), f, f + frames);
+            else self->samples_.insert(self->samples_.end(), frames, 0.0f);  // a hole
             pa_stream_drop(s);
         }
     }
 
-    pulse::PulseLoop& loop_;
     std::string source_;
-    pa_stream* stream_ = nullptr;
     std::vector<float> samples_;
     std::vector<Stamp> stamps_;
 };
@@ -514,19 +485,6 @@ struct Options {
     double seconds = 10;
 };
 
-bool parse(int argc, char** argv, Options* o) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        if (a == "--seconds" && i + 1 < argc) {
-            o->seconds = std::atof(argv[++i]);
-            if (o->seconds < 2) return false;
-        } else {
-            return false;
-        }
-    }
-    return true;
-}
-
 double liveCpuPercent(VoiceEngine& engine, double seconds, const char* serverPid, double* serverPercent,
                       uint64_t* underruns) {
     const auto* graph = engine.liveGraph();
@@ -671,7 +629,9 @@ int runProbe(const Options& options) {
 
 int main(int argc, char** argv) {
     Options options;
-    if (!parse(argc, argv, &options)) {
+    if (argc == 3 && std::string(argv[1]) == "--seconds") options.seconds = std::atof(argv[2]);
+    else if (argc != 1) options.seconds = 0;
+    if (options.seconds < 2) {
         std::fprintf(stderr,
                      "Usage: parlova_latency_probe [--seconds N]\n"
                      "Measures the delay live mode adds between the microphone and \"Parlova Mic\" with the\n"

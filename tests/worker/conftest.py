@@ -142,33 +142,33 @@ class WorkerProcess:
             raise AssertionError("the worker did not exit after its input closed")
 
 
-@pytest.fixture
-def spawn():
-    """Starts private workers; each is closed (and reaped) after the test."""
-    started: list[WorkerProcess] = []
+def _started(**kwargs) -> WorkerProcess:
+    worker = WorkerProcess(**kwargs)
+    worker.wait_for(lambda m: m.get("ready") is True, timeout=30)
+    return worker
 
-    def start(**kwargs) -> WorkerProcess:
-        worker = WorkerProcess(**kwargs)
-        started.append(worker)
-        worker.wait_for(lambda m: m.get("ready") is True, timeout=30)
-        return worker
 
-    yield start
-    for worker in started:
+def _reap(workers) -> None:
+    for worker in workers:
         if worker.proc.poll() is None:
             worker.proc.kill()
             worker.proc.wait()
 
 
+@pytest.fixture
+def spawn():
+    """Starts private workers; each is closed (and reaped) after the test."""
+    started: list[WorkerProcess] = []
+    yield lambda **kwargs: started.append(_started(**kwargs)) or started[-1]
+    _reap(started)
+
+
 @pytest.fixture(scope="module")
 def worker():
     """One worker shared by a module's tests, which use distinct ids."""
-    process = WorkerProcess()
-    process.wait_for(lambda m: m.get("ready") is True, timeout=30)
+    process = _started()
     yield process
-    if process.proc.poll() is None:
-        process.proc.kill()
-        process.proc.wait()
+    _reap([process])
 
 
 @pytest.fixture(scope="session")
