@@ -202,7 +202,7 @@ TEST(DeviceRulesCable, NameRulesPickTheCable) {
         const auto cable = deviceRules::virtualCable(lists.inputs, lists.outputs);
         EXPECT_EQ(cable ? cable->name : QString(), c.cable ? QString(c.cable) : QString()) << c.what;
         EXPECT_EQ(deviceRules::virtualCableID(table), c.id) << c.what;
-        if (!c.physical.empty()) EXPECT_EQ(deviceRules::physicalInputIDs(table), c.physical) << c.what;
+        if (!c.physical.empty()) { EXPECT_EQ(deviceRules::physicalInputIDs(table), c.physical) << c.what; }
     }
 }
 

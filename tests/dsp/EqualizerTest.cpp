@@ -68,23 +68,6 @@ TEST(Equalizer, BypassedBandsAndZeroGainLeaveTheSignalBitIdentical) {
     EXPECT_NEAR(ts::rms(quieter[1]) / ts::rms(in[1]), std::pow(10.0, -6.0 / 20.0), 1e-4);
 }
 
-TEST(Equalizer, StoresSettingsAndFixesBandTypes) {
-    Equalizer eq;
-    EXPECT_EQ(Equalizer::bandType(0), Equalizer::BandType::HighPass);
-    EXPECT_EQ(Equalizer::bandType(1), Equalizer::BandType::LowShelf);
-    EXPECT_EQ(Equalizer::bandType(2), Equalizer::BandType::Peaking);
-    EXPECT_EQ(Equalizer::bandType(3), Equalizer::BandType::LowPass);
-    for (int i = 0; i < Equalizer::kBands; ++i) EXPECT_TRUE(eq.band(i).bypass);
-    eq.setBand(2, 2400.0f, 4.5f, false);
-    EXPECT_EQ(eq.band(2).frequency, 2400.0f);
-    EXPECT_EQ(eq.band(2).gainDb, 4.5f);
-    EXPECT_FALSE(eq.band(2).bypass);
-    eq.setBand(7, 1.0f, 1.0f, false);  // ignored
-    EXPECT_TRUE(eq.band(7).bypass);
-    eq.setGlobalGain(-3.0f);
-    EXPECT_EQ(eq.globalGain(), -3.0f);
-}
-
 TEST(Equalizer, CutFiltersMeasureAsButterworth) {
     for (double rate : {48000.0, 44100.0}) {
         auto eq = preparedEq(rate, 1);

@@ -20,17 +20,39 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string openError(const std::string& path) {
+template <typename Action>
+std::string errorOf(Action action, const char* none) {
     try {
-        AudioFileReader::open(path);
+        action();
     } catch (const VoiceEngineError& e) {
         return e.errorDescription();
     }
-    return "(opened without error)";
+    return none;
+}
+
+std::string openError(const std::string& path) {
+    return errorOf([&] { AudioFileReader::open(path); }, "(opened without error)");
+}
+
+std::string createError(const std::string& path, AudioFormat format = {48000, 2}) {
+    return errorOf([&] { AudioFileWriter::create(path, format)->finish(); }, "(created without error)");
 }
 
 void writeBytes(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+std::string randomBytes(size_t count, uint32_t seed) {
+    std::mt19937 rng(seed);
+    std::string bytes(count, '\0');
+    for (auto& b : bytes) b = static_cast<char>(rng());
+    return bytes;
+}
+
+void encode(const std::string& path, const Audio& audio) {
+    auto writer = AudioFileWriter::create(path, {48000, 2});
+    writer->write(audio.pointers().data(), static_cast<int>(audio.frames()));
+    writer->finish();
 }
 
 // Keeps the first `fraction` of a file's bytes.
@@ -63,67 +85,44 @@ std::string asUnprivilegedUser(const std::function<std::string()>& action) {
 
 }  // namespace
 
-TEST(AudioFileReaderErrors, MissingEmptyFolderAndNonAudioFiles) {
+TEST(AudioFileReaderErrors, EveryBadFileGivesItsSentence) {
     TempFolder dir;
-    EXPECT_EQ(openError(dir.file("clip.wav")), "The file \u201Cclip.wav\u201D doesn't exist.");
-    EXPECT_EQ(openError(dir.file("nowhere/clip.wav")), "The file \u201Cclip.wav\u201D doesn't exist.");
-
+    const Audio clip = tone(1000, 2.0, 48000, 2);
     writeBytes(dir.file("empty.wav"), "");
-    EXPECT_EQ(openError(dir.file("empty.wav")), "The file \u201Cempty.wav\u201D holds no audio.");
-
     ASSERT_TRUE(writeWav(dir.file("silence.wav"), Audio{48000, {{}, {}}}));
-    EXPECT_EQ(openError(dir.file("silence.wav")), "The file \u201Csilence.wav\u201D holds no audio.");
-
     fs::create_directory(dir.file("Takes.wav"));
-    EXPECT_EQ(openError(dir.file("Takes.wav")), "\u201CTakes.wav\u201D is a folder, not an audio file.");
-
     writeBytes(dir.file("notes.txt"), "Buy milk.\nRecord three takes of the intro.\n");
-    EXPECT_EQ(openError(dir.file("notes.txt")), "The file \u201Cnotes.txt\u201D isn't an audio file Parlova can read.");
-
-    std::mt19937 rng(42);
-    std::string random(200000, '\0');
-    for (auto& b : random) b = static_cast<char>(rng());
-    writeBytes(dir.file("random.wav"), random);
-    EXPECT_EQ(openError(dir.file("random.wav")), "The file \u201Crandom.wav\u201D isn't an audio file Parlova can read.");
-    writeBytes(dir.file("random.mp3"), random);
-    EXPECT_EQ(openError(dir.file("random.mp3")), "The file \u201Crandom.mp3\u201D isn't an audio file Parlova can read.");
-
-    EXPECT_EQ(openError("/dev/null"), "The file \u201Cnull\u201D isn't an audio file Parlova can read.");
-}
-
-TEST(AudioFileReaderErrors, TruncatedAndCorruptFilesAreDamaged) {
-    TempFolder dir;
-    Audio source = tone(1000, 2.0, 48000, 2);
-    const std::string wav = dir.file("cut.wav");
-    ASSERT_TRUE(writeWav(wav, source));
-    truncateFile(wav, 0.5);
-    EXPECT_EQ(openError(wav), "The file \u201Ccut.wav\u201D is damaged or incomplete.");
-
-    for (const char* ext : {".flac", ".m4a"}) {
-        const std::string path = dir.file(std::string("cut") + ext);
-        auto writer = AudioFileWriter::create(path, {48000, 2});
-        writer->write(source.pointers().data(), static_cast<int>(source.frames()));
-        writer->finish();
-        ASSERT_NO_THROW(AudioFileReader::open(path));
-        truncateFile(path, 0.6);
-        EXPECT_EQ(openError(path), "The file \u201Ccut" + std::string(ext) + "\u201D is damaged or incomplete.");
+    writeBytes(dir.file("random.wav"), randomBytes(200000, 42));
+    writeBytes(dir.file("random.mp3"), randomBytes(200000, 42));
+    ASSERT_TRUE(writeWav(dir.file("cut.wav"), clip));
+    truncateFile(dir.file("cut.wav"), 0.5);
+    for (const char* name : {"cut.flac", "cut.m4a"}) {
+        encode(dir.file(name), clip);
+        ASSERT_NO_THROW(AudioFileReader::open(dir.file(name)));
+        truncateFile(dir.file(name), 0.6);
     }
+    encode(dir.file("garbled.flac"), noise(2.0, 48000, 2));  // a good header, then garbage for the audio
+    std::fstream(dir.file("garbled.flac"), std::ios::binary | std::ios::in | std::ios::out).seekp(8192)
+        << randomBytes(300000, 3);
 
-    // A good header followed by garbage where the coded audio should be.
-    const std::string flac = dir.file("garbled.flac");
-    {
-        auto writer = AudioFileWriter::create(flac, {48000, 2});
-        Audio n = noise(2.0, 48000, 2);
-        writer->write(n.pointers().data(), static_cast<int>(n.frames()));
-        writer->finish();
-    }
-    {
-        std::fstream f(flac, std::ios::binary | std::ios::in | std::ios::out);
-        std::mt19937 rng(3);
-        f.seekp(8192);
-        for (int i = 0; i < 300000; ++i) f.put(static_cast<char>(rng()));
-    }
-    EXPECT_EQ(openError(flac), "The file \u201Cgarbled.flac\u201D is damaged or incomplete.");
+    const std::string unreadable = "\u201D isn't an audio file Parlova can read.";
+    const std::string damaged = "\u201D is damaged or incomplete.";
+    const std::pair<std::string, std::string> cases[] = {
+        {dir.file("clip.wav"), "The file \u201Cclip.wav\u201D doesn't exist."},
+        {dir.file("nowhere/clip.wav"), "The file \u201Cclip.wav\u201D doesn't exist."},
+        {dir.file("empty.wav"), "The file \u201Cempty.wav\u201D holds no audio."},
+        {dir.file("silence.wav"), "The file \u201Csilence.wav\u201D holds no audio."},
+        {dir.file("Takes.wav"), "\u201CTakes.wav\u201D is a folder, not an audio file."},
+        {dir.file("notes.txt"), "The file \u201Cnotes.txt" + unreadable},
+        {dir.file("random.wav"), "The file \u201Crandom.wav" + unreadable},
+        {dir.file("random.mp3"), "The file \u201Crandom.mp3" + unreadable},
+        {"/dev/null", "The file \u201Cnull" + unreadable},
+        {dir.file("cut.wav"), "The file \u201Ccut.wav" + damaged},
+        {dir.file("cut.flac"), "The file \u201Ccut.flac" + damaged},
+        {dir.file("cut.m4a"), "The file \u201Ccut.m4a" + damaged},
+        {dir.file("garbled.flac"), "The file \u201Cgarbled.flac" + damaged},
+    };
+    for (const auto& [path, sentence] : cases) EXPECT_EQ(openError(path), sentence) << path;
 }
 
 TEST(AudioFileReaderErrors, UnreadableFileIsNotAllowed) {
@@ -136,31 +135,20 @@ TEST(AudioFileReaderErrors, UnreadableFileIsNotAllowed) {
               "Parlova isn't allowed to read the file \u201Cprivate.wav\u201D.");
 }
 
-namespace {
-
-std::string createError(const std::string& path, AudioFormat format = {48000, 2}) {
-    try {
-        AudioFileWriter::create(path, format)->finish();
-    } catch (const VoiceEngineError& e) {
-        return e.errorDescription();
-    }
-    return "(created without error)";
-}
-
-}  // namespace
-
 TEST(AudioFileWriterErrors, BadDestinationsTypesAndFormats) {
     TempFolder dir;
-    EXPECT_EQ(createError(dir.file("take.xyz")), "The file type \u201C.xyz\u201D isn't supported; use .m4a, .wav or .flac.");
-    EXPECT_EQ(createError(dir.file("take")), "The file name \u201Ctake\u201D has no type; end it with .m4a, .wav or .flac.");
-    EXPECT_EQ(createError(dir.file("missing/take.m4a")), "The folder \u201Cmissing\u201D doesn't exist.");
     fs::create_directory(dir.file("Exports.wav"));
-    EXPECT_EQ(createError(dir.file("Exports.wav")), "\u201CExports.wav\u201D is a folder; choose a file name to export to.");
     writeBytes(dir.file("notes.txt"), "text");
-    EXPECT_EQ(createError(dir.file("notes.txt/take.flac")), "\u201Cnotes.txt\u201D isn't a folder.");
-
-    EXPECT_EQ(createError(dir.file("a.wav"), {48000, 0}), "Parlova can't write audio with 0 channels.");
-    EXPECT_EQ(createError(dir.file("a.wav"), {0, 2}), "Parlova can't write audio at a sample rate of 0 Hz.");
+    const std::tuple<const char*, AudioFormat, const char*> cases[] = {
+        {"take.xyz", {48000, 2}, "The file type \u201C.xyz\u201D isn't supported; use .m4a, .wav or .flac."},
+        {"take", {48000, 2}, "The file name \u201Ctake\u201D has no type; end it with .m4a, .wav or .flac."},
+        {"missing/take.m4a", {48000, 2}, "The folder \u201Cmissing\u201D doesn't exist."},
+        {"Exports.wav", {48000, 2}, "\u201CExports.wav\u201D is a folder; choose a file name to export to."},
+        {"notes.txt/take.flac", {48000, 2}, "\u201Cnotes.txt\u201D isn't a folder."},
+        {"a.wav", {48000, 0}, "Parlova can't write audio with 0 channels."},
+        {"a.wav", {0, 2}, "Parlova can't write audio at a sample rate of 0 Hz."},
+    };
+    for (const auto& [name, format, sentence] : cases) EXPECT_EQ(createError(dir.file(name), format), sentence) << name;
     EXPECT_FALSE(fs::exists(dir.file("a.wav")));
 }
 
@@ -173,14 +161,14 @@ TEST(AudioFileWriterErrors, UnwritableFolderAndFullDisk) {
               "Parlova can't write to the folder \u201CLocked\u201D: permission denied.");
 
     if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
-    try {
-        auto writer = AudioFileWriter::create("/dev/full", {48000, 2}, AudioFileType::wav);
-        Audio n = noise(3.0, 48000, 2);
-        writer->write(n.pointers().data(), static_cast<int>(n.frames()));
-        writer->finish();
-        ADD_FAILURE() << "writing to a full disk succeeded";
-    } catch (const VoiceEngineError& e) {
-        EXPECT_EQ(e.errorDescription(), "There isn't enough disk space to write \u201Cfull\u201D.");
-    }
+    EXPECT_EQ(errorOf(
+                  [] {
+                      auto writer = AudioFileWriter::create("/dev/full", {48000, 2}, AudioFileType::wav);
+                      Audio n = noise(3.0, 48000, 2);
+                      writer->write(n.pointers().data(), static_cast<int>(n.frames()));
+                      writer->finish();
+                  },
+                  "(writing to a full disk succeeded)"),
+              "There isn't enough disk space to write \u201Cfull\u201D.");
     EXPECT_TRUE(fs::exists("/dev/full"));
 }

@@ -108,7 +108,7 @@ TEST(MicBridgeTrim, BacklogAboveSixCushionsKeepsTheNewestTwo) {
         MicBridge bridge(c.rate, c.seconds);
         for (auto [start, frames] : c.writes) writeRamp(bridge, start, frames);
         EXPECT_EQ(bridge.count(), c.count) << c.rate << " " << c.writes.back().second;
-        if (c.trims >= 0) EXPECT_EQ(bridge.trims(), static_cast<uint64_t>(c.trims));
+        if (c.trims >= 0) { EXPECT_EQ(bridge.trims(), static_cast<uint64_t>(c.trims)); }
         if (c.front < 0) continue;
         const auto out = readMono(bridge, c.count);
         EXPECT_EQ(out.front(), c.front);

@@ -122,20 +122,16 @@ class TestExit:
         assert "Traceback" not in worker.stderr_text()
 
 
+SCALARS = [None, True, False, 0, -1, 1, 2 ** 31, -(2 ** 63), 10 ** 30, 42, 0.0, -0.5, 1e308, 3.5, 1e-9, 15.0,
+           "", "fastest", "qwen", "chatterbox-turbo", "/nonexistent/x.wav", "\u00e9\u4e2d\U0001F600", "A" * 2999,
+           "../../etc/passwd", "\x00", "AAAA", "$(rm -rf /)"]
+
+
 def _random_value(rng: random.Random, depth: int = 0):
     kind = rng.randrange(10 if depth < 3 else 7)
-    if kind == 0:
-        return None
-    if kind == 1:
-        return rng.choice([True, False])
-    if kind == 2:
-        return rng.choice([0, -1, 1, 2 ** 31, -(2 ** 63), 10 ** 30, 42])
-    if kind == 3:
-        return rng.choice([0.0, -0.5, 1e308, 3.5, 1e-9, 15.0])
-    if kind in (4, 5, 6):
-        return rng.choice(["", "fastest", "qwen", "chatterbox-turbo", "/nonexistent/x.wav", "\u00e9\u4e2d\U0001F600",
-                           "A" * rng.randrange(1, 3000), "../../etc/passwd", "\x00", "AAAA", "$(rm -rf /)"])
-    if kind in (7, 8):
+    if kind < 7:
+        return rng.choice(SCALARS)
+    if kind < 9:
         return [_random_value(rng, depth + 1) for _ in range(rng.randrange(4))]
     return {rng.choice(KEYS): _random_value(rng, depth + 1) for _ in range(rng.randrange(4))}
 

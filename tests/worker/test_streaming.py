@@ -20,11 +20,19 @@ def decoded(message: dict) -> np.ndarray:
     return np.frombuffer(base64.b64decode(message["stream_out"]), dtype="<f4")
 
 
+def start(worker, voice, profile=None, rate=16000) -> dict:
+    body = {"op": "stream_start", "references": refs(voice), "sample_rate": rate}
+    return worker.request({**body, "profile": profile} if profile else body)
+
+
+def first_block(worker) -> np.ndarray:
+    return decoded(worker.wait_for(lambda m: "stream_out" in m))
+
+
 def test_profiles_trade_block_size_for_context(worker, voices):
     sizes = {}
     for profile in ("fastest", "balanced", "clearest"):
-        reply = worker.request({"op": "stream_start", "references": refs(voices["low"]), "profile": profile,
-                                "sample_rate": 16000})
+        reply = start(worker, voices["low"], profile)
         assert reply["ok"] is True, reply
         assert reply["output"] == "" and reply["sample_rate"] == 16000 and reply["profile"] == profile
         assert reply["block_samples"] == round(reply["block_seconds"] * 16000)
@@ -44,8 +52,7 @@ def test_default_profile_and_rate(worker, voices):
 def test_blocks_come_back_whole_and_in_order(spawn, voices, profile):
     rate = 16000
     worker = spawn()
-    started = worker.request({"op": "stream_start", "references": refs(voices["high"]), "profile": profile,
-                              "sample_rate": rate})
+    started = start(worker, voices["high"], profile, rate)
     block = started["block_samples"]
     # A pattern of loud and silent blocks, then a partial block.
     pattern = [1, 0, 0, 1, 1, 0, 1, 0, 1, 1, 1, 0]
@@ -75,30 +82,25 @@ def test_blocks_come_back_whole_and_in_order(spawn, voices, profile):
 
 def test_new_stream_replaces_the_running_one(spawn, voices):
     worker = spawn()
-    first = worker.request({"op": "stream_start", "references": refs(voices["low"]), "profile": "fastest",
-                            "sample_rate": 16000})
+    first = start(worker, voices["low"], "fastest")
     worker.send({"op": "stream", "pcm": pcm(np.full(first["block_samples"] // 2, 0.1))})
-    second = worker.request({"op": "stream_start", "references": refs(voices["high"]), "profile": "clearest",
-                             "sample_rate": 16000})
+    second = start(worker, voices["high"], "clearest")
     worker.send({"op": "stream", "pcm": pcm(np.full(second["block_samples"], 0.1))})
-    out = worker.wait_for(lambda m: "stream_out" in m)
-    assert len(decoded(out)) == second["block_samples"]
+    assert len(first_block(worker)) == second["block_samples"]
 
 
 class TestBadStreamInput:
     def test_unknown_profile_is_refused(self, worker, voices):
-        reply = worker.request({"op": "stream_start", "references": refs(voices["low"]), "profile": "instant"})
+        reply = start(worker, voices["low"], "instant")
         assert reply["ok"] is False and "instant" in reply["error"]
 
     def test_stream_start_with_a_missing_sample_is_refused(self, worker, tmp_path):
-        reply = worker.request({"op": "stream_start", "references": refs(tmp_path / "void.wav")})
+        reply = start(worker, tmp_path / "void.wav")
         assert reply["ok"] is False and "void.wav" in reply["error"]
 
     def test_bad_blocks_are_dropped_and_the_stream_goes_on(self, spawn, voices):
         worker = spawn()
-        started = worker.request({"op": "stream_start", "references": refs(voices["low"]), "profile": "fastest",
-                                  "sample_rate": 16000})
-        block = started["block_samples"]
+        block = start(worker, voices["low"], "fastest")["block_samples"]
         worker.send({"op": "stream", "pcm": "not base64 at all!"})
         worker.send({"op": "stream", "pcm": 12})
         worker.send({"op": "stream"})
@@ -106,19 +108,17 @@ class TestBadStreamInput:
         # NaN and infinity become silence; a trailing partial sample is ignored.
         bad = np.array([np.nan, np.inf, -np.inf] + [0.2] * (block - 3), dtype="<f4").tobytes() + b"\x01\x02"
         worker.send({"op": "stream", "pcm": base64.b64encode(bad).decode()})
-        out = decoded(worker.wait_for(lambda m: "stream_out" in m))
+        out = first_block(worker)
         assert len(out) == block and np.all(np.isfinite(out))
         refused = worker.request({"op": "stream", "pcm": "%%%"})
         assert refused["ok"] is False and "base64" in refused["error"]
 
     def test_stream_start_without_an_id_is_ignored(self, spawn, voices):
         worker = spawn()
-        started = worker.request({"op": "stream_start", "references": refs(voices["low"]), "profile": "fastest",
-                                  "sample_rate": 16000})
+        block = start(worker, voices["low"], "fastest")["block_samples"]
         worker.send({"op": "stream_start", "references": refs(voices["high"]), "profile": "clearest"})
-        worker.send({"op": "stream", "pcm": pcm(np.full(started["block_samples"], 0.1))})
-        out = worker.wait_for(lambda m: "stream_out" in m)
-        assert len(decoded(out)) == started["block_samples"]
+        worker.send({"op": "stream", "pcm": pcm(np.full(block, 0.1))})
+        assert len(first_block(worker)) == block
 
     def test_audio_without_a_stream_is_ignored(self, spawn):
         worker = spawn()
