@@ -120,7 +120,10 @@ void MicCapture::onState(pa_stream* s, void* userdata) {
     if (err == PA_ERR_KILLED || err == PA_ERR_NOENTITY) {
         QMetaObject::invokeMethod(self, [self] { emit self->deviceLost(); }, Qt::QueuedConnection);
     } else {
-        const QString message = QString::fromStdString(statusError("keep listening to the microphone", err).errorDescription());
+        // A terminated connection means the sound server itself went away.
+        const QString message = QString::fromStdString(err == PA_ERR_CONNECTIONTERMINATED
+                                                           ? pulse::kNoServerMessage
+                                                           : statusError("keep listening to the microphone", err).errorDescription());
         QMetaObject::invokeMethod(self, [self, message] { emit self->failed(message); }, Qt::QueuedConnection);
     }
 }

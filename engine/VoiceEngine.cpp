@@ -1,5 +1,6 @@
 #include "engine/VoiceEngine.h"
 
+#include "devices/pulse/PulseEvents.h"
 #include "engine/AudioFile.h"
 
 #include <QMetaObject>
@@ -17,7 +18,11 @@ VoiceEngine::VoiceEngine(QSettings* settings, QObject* parent)
     modulator_ = std::make_unique<Modulator>(clockStart_, [this](double t) { chains_.modulate(t); });
     inputUID_ = settings_->value(kInputDeviceKey).toString();
     outputUID_ = settings_->value(kOutputDeviceKey).toString();
-    connect(&deviceWatcher_, &DeviceWatcher::deviceLost, this, [this](uint32_t) { liveDeviceLost(); });
+    // Queued, so that a lost server is known before the watcher's reports are handled.
+    connect(&deviceWatcher_, &DeviceWatcher::deviceLost, this, [this](uint32_t) { liveDeviceLost(); },
+            Qt::QueuedConnection);
+    connect(&pulse::PulseEvents::instance(), &pulse::PulseEvents::serverLost, this, [this] { serverLost_ = true; });
+    connect(&pulse::PulseEvents::instance(), &pulse::PulseEvents::serverBack, this, [this] { serverLost_ = false; });
     playbackPoll_.setInterval(50);
     connect(&playbackPoll_, &QTimer::timeout, this, &VoiceEngine::pollPlayback);
     // An earlier run may have left the virtual mic as the system microphone.

@@ -157,6 +157,7 @@ private:
     void tearDownLive();
     void setLive(bool on);
     void liveDeviceLost();
+    void stopLiveWithError(const QString& message);
     void setRecording(bool on);
     void beginRecording();
     void openRecordingFileIfNeeded();
@@ -196,6 +197,7 @@ private:
     DeviceWatcher deviceWatcher_;
     std::optional<AudioFormat> liveRecordingFormat_;
     int liveGeneration_ = 0;  // invalidates retries scheduled for an earlier start
+    bool serverLost_ = false;  // the sound server went away (every device with it)
 
     bool isRecording_ = false;
     QString recordingURL_;

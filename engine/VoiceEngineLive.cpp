@@ -3,6 +3,8 @@
 #include "engine/GuardedAudio.h"
 #include "engine/VoiceEngine.h"
 
+#include "devices/pulse/StreamLoop.h"
+
 #include <QPointer>
 
 namespace parlova {
@@ -51,11 +53,14 @@ void VoiceEngine::startLive(int attempt) {
             built->start();
             return built;
         });
-        // Queued: the handlers destroy the graph that emitted the signal.
-        connect(graph.get(), &LiveGraph::deviceLost, this, &VoiceEngine::liveDeviceLost, Qt::QueuedConnection);
-        connect(graph.get(), &LiveGraph::failed, this, [this](const QString& message) {
-            liveDeviceLost();
-            setErrorMessage(message);  // the stream's own words say more than "disconnected"
+        // Queued, since the handlers destroy the graph that emitted the signal;
+        // a report that arrives after that graph is gone is stale.
+        const LiveGraph* sender = graph.get();
+        connect(graph.get(), &LiveGraph::deviceLost, this, [this, sender] {
+            if (live_.get() == sender) liveDeviceLost();
+        }, Qt::QueuedConnection);
+        connect(graph.get(), &LiveGraph::failed, this, [this, sender](const QString& message) {
+            if (live_.get() == sender) stopLiveWithError(message);  // the stream's own words
         }, Qt::QueuedConnection);
         live_ = std::move(graph);
         chains_.setLive(live_->chain());
@@ -64,6 +69,7 @@ void VoiceEngine::startLive(int attempt) {
         if (route.monitor) inUse.push_back(*route.monitor);
         deviceWatcher_.watch(inUse);
         liveIsCall_ = route.isCall;
+        serverLost_ = false;
         if (route.isCall) useVirtualCableAsSystemMic();
         isStartingLive_ = false;
         openRecordingFileIfNeeded();
@@ -103,10 +109,15 @@ void VoiceEngine::tearDownLive() {
 }
 
 void VoiceEngine::liveDeviceLost() {
+    // Every device vanishes at once when the sound server itself goes away.
+    stopLiveWithError(serverLost_ ? QString::fromStdString(pulse::kNoServerMessage) : QString(kDisconnectedMessage));
+}
+
+void VoiceEngine::stopLiveWithError(const QString& message) {
     if (!live_) return;
     if (isRecording_) finishRecording();
     setLive(false);
-    setErrorMessage(kDisconnectedMessage);
+    setErrorMessage(message);
     updateLiveEngine();
 }
 
