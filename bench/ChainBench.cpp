@@ -45,6 +45,17 @@ private:
     std::normal_distribution<float> noise_{0.0f, 1.0f};
 };
 
+// One 256-frame stereo buffer list with its own memory.
+struct StereoBlock {
+    std::vector<float> left = std::vector<float>(kBlock), right = std::vector<float>(kBlock);
+    BufferList list;
+    StereoBlock() {
+        list.count = 2;
+        list.data[0] = left.data();
+        list.data[1] = right.data();
+    }
+};
+
 double threadCpuSeconds() {
     timespec ts{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
@@ -73,11 +84,8 @@ void WholeChainStereo48k(benchmark::State& state) {
     BuzzSource source;
     Voice voice = Voice::builtIns()[0];
     VoiceChain chain(voice, &source, {kRate, 2});
-    std::vector<float> left(kBlock), right(kBlock);
-    BufferList list;
-    list.count = 2;
-    list.data[0] = left.data();
-    list.data[1] = right.data();
+    StereoBlock buffers;
+    BufferList& list = buffers.list;
     reportBlocks(state, [&](long block) {
         chain.modulate(static_cast<double>(block * kBlock) / kRate);
         benchmark::DoNotOptimize(chain.render(list, kBlock));
@@ -93,11 +101,8 @@ void ShifterAloneStereo48k(benchmark::State& state) {
     unit.allocateRenderResources();
     unit.pitchSemitones = 6.5f;
     unit.formantSemitones = 3.5f;
-    std::vector<float> left(kBlock), right(kBlock);
-    BufferList list;
-    list.count = 2;
-    list.data[0] = left.data();
-    list.data[1] = right.data();
+    StereoBlock buffers;
+    BufferList& list = buffers.list;
     reportBlocks(state, [&](long) { benchmark::DoNotOptimize(unit.pull(list, kBlock)); });
 }
 BENCHMARK(ShifterAloneStereo48k)->Iterations(20000)->Unit(benchmark::kMicrosecond);
@@ -155,11 +160,8 @@ void UnitAloneStereo48k(benchmark::State& state) {
         unit.setBand(3, 9000, 0, false);
         unit.setGlobalGain(6);
     }
-    std::vector<float> left(kBlock), right(kBlock);
-    BufferList list;
-    list.count = 2;
-    list.data[0] = left.data();
-    list.data[1] = right.data();
+    StereoBlock buffers;
+    BufferList& list = buffers.list;
     reportBlocks(state, [&](long) { benchmark::DoNotOptimize(unit.pull(list, kBlock)); });
 }
 BENCHMARK(UnitAloneStereo48k<GrainAudioUnit>)->Iterations(20000)->Unit(benchmark::kMicrosecond);
@@ -171,11 +173,8 @@ BENCHMARK(UnitAloneStereo48k<PeakLimiter>)->Iterations(20000)->Unit(benchmark::k
 void WholeChainMonoSource48k(benchmark::State& state) {
     BuzzSource source;
     VoiceChain chain(Voice::builtIns()[0], &source, {kRate, 1});
-    std::vector<float> left(kBlock), right(kBlock);
-    BufferList list;
-    list.count = 2;
-    list.data[0] = left.data();
-    list.data[1] = right.data();
+    StereoBlock buffers;
+    BufferList& list = buffers.list;
     reportBlocks(state, [&](long block) {
         chain.modulate(static_cast<double>(block * kBlock) / kRate);
         benchmark::DoNotOptimize(chain.render(list, kBlock));
