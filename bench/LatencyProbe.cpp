@@ -20,7 +20,7 @@
 #include "devices/VirtualMic.h"
 #include "devices/pulse/PulseLoop.h"
 #include "engine/VoiceEngine.h"
-#include "engine/VoiceEngineError.h"
+#include "common/VoiceEngineError.h"
 #include "voices/Voice.h"
 
 #include <QCoreApplication>
@@ -555,7 +555,7 @@ int runProbe(const Options& options) {
         for (int waited = 0; waited < options.seconds * 1000; waited += 50) {
             pump(50);
             if (const auto* graph = engine.liveGraph())
-                bridgeMs.push_back(1000.0 * graph->micBridge()->count() / graph->outputFormat().sampleRate);
+                bridgeMs.push_back(1000.0 * graph->micBridge()->count() / LiveGraph::kSampleRate);
         }
         const std::string streamLatencies = serverStreamLatencies();
 

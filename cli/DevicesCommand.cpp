@@ -1,7 +1,7 @@
 // parlova-cli devices [--json]: the inputs, outputs, defaults and the virtual
 // cable as the app sees them.
 #include "cli/Command.h"
-#include "devices/pulse/StreamLoop.h"
+#include "devices/AudioBackend.h"
 #include "devices/AudioDeviceList.h"
 
 #include <QJsonArray>
@@ -34,20 +34,24 @@ int run(const std::vector<std::string>& args) {
             return 2;
         }
     }
-    if (!AudioDeviceList::isServerReachable()) {
-        std::fprintf(stderr, "%s\n", pulse::kNoServerMessage.c_str());
+    // One snapshot answers everything below.
+    const auto table = AudioBackend::system().snapshot();
+    if (!table) {
+        std::fprintf(stderr, "%s\n", kNoServerMessage.c_str());
         return 1;
     }
-    AudioDeviceList list;
-    const auto defaultInput = find(list.inputs(), AudioDeviceList::defaultInputID());
-    const auto defaultOutput = find(list.outputs(), AudioDeviceList::defaultOutputID());
+    AudioDeviceList list(nullptr);
+    list.publish(*table);
+    const auto defaultInput = find(list.inputs(), table->defaultInput);
+    const auto defaultOutput = find(list.outputs(), table->defaultOutput);
     const auto cable = list.virtualCable();
     if (json) {
         QJsonArray inputs, outputs;
         for (const auto& d : list.inputs()) inputs.append(deviceJson(d));
         for (const auto& d : list.outputs()) {
             QJsonObject o = deviceJson(d).toObject();
-            o["speaker"] = AudioDeviceList::isSpeaker(d.id);
+            const DeviceEntry* entry = table->find(d.id);
+            o["speaker"] = entry && deviceRules::isSpeaker(*entry);
             outputs.append(o);
         }
         QJsonObject root{{"inputs", inputs},

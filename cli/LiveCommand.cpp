@@ -68,9 +68,7 @@ Options parse(const std::vector<std::string>& args, const char* usage) {
     return o;
 }
 
-std::string deviceName(uint32_t id) {
-    return AudioDeviceList::name(id).value_or(QStringLiteral("unnamed device")).toStdString();
-}
+std::string deviceName(const DeviceEntry& device) { return device.name.value_or("unnamed device"); }
 
 void printErrors(VoiceEngine& engine) {
     QObject::connect(&engine, &VoiceEngine::errorMessageChanged, [&engine] {
@@ -100,28 +98,37 @@ int live(const std::vector<std::string>& args) {
             QCoreApplication::exit(1);
         }
     });
-    QTimer watchStart;
-    QObject::connect(&watchStart, &QTimer::timeout, [&] {
-        if (started || !engine.liveGraph()) return;
+    QObject::connect(&engine, &VoiceEngine::liveStarted, [&] {
+        if (started) return;
         started = true;
         const LiveRoute& r = engine.liveGraph()->route();
-        std::printf("Talking live as %s: \xE2\x80\x9C%s\xE2\x80\x9D \xE2\x86\x92 \xE2\x80\x9C%s\xE2\x80\x9D",
-                    voice->name.toUtf8().constData(), deviceName(r.mic).c_str(), deviceName(r.output).c_str());
-        if (r.monitor) std::printf(", hearing myself on \xE2\x80\x9C%s\xE2\x80\x9D", deviceName(*r.monitor).c_str());
-        std::printf(".\n");
-        if (r.isCall) std::printf("Call apps using the system microphone now hear this voice.\n");
-        std::printf("Press Ctrl-C to stop.\n");
-        std::fflush(stdout);
+        std::fprintf(stderr, "Talking live as %s: \xE2\x80\x9C%s\xE2\x80\x9D \xE2\x86\x92 \xE2\x80\x9C%s\xE2\x80\x9D",
+                     voice->name.toUtf8().constData(), deviceName(r.mic).c_str(), deviceName(r.output).c_str());
+        if (r.monitor) std::fprintf(stderr, ", hearing myself on \xE2\x80\x9C%s\xE2\x80\x9D", deviceName(*r.monitor).c_str());
+        std::fprintf(stderr, ".\n");
+        if (r.isCall) std::fprintf(stderr, "Call apps using the system microphone now hear this voice.\n");
+        std::fprintf(stderr, "Audio thread: %s.\n", describe(engine.realtimeGrant()));
+        std::fprintf(stderr, "Press Ctrl-C to stop.\n");
         if (o.seconds > 0) QTimer::singleShot(static_cast<int>(o.seconds * 1000), [] { QCoreApplication::quit(); });
+        // The delay is known once both streams have reported their latency.
+        QTimer::singleShot(1000, &engine, [&engine] {
+            if (engine.liveGraph())
+                std::fprintf(stderr, "Delay from the microphone to the output: about %.0f ms.\n",
+                             engine.liveDelaySeconds() * 1000.0);
+        });
     });
-    watchStart.start(20);
+    // A server that does not answer is not a reason to sit silent.
+    QTimer::singleShot(3000, &engine, [&] {
+        if (!started && engine.isStartingLive())
+            std::fprintf(stderr, "Waiting for the sound server to answer\xE2\x80\xA6 (Ctrl-C gives up)\n");
+    });
 
     engine.toggleLive();
     const int code = QCoreApplication::exec();
     QObject::disconnect(liveEnded);
     if (engine.isLive()) engine.toggleLive();  // stops and gives the real microphone back
     if (!started || stoppedByError) return code == 0 ? 1 : code;
-    std::printf("Live stopped.\n");
+    std::fprintf(stderr, "Live stopped.\n");
     return 0;
 }
 

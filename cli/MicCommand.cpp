@@ -1,6 +1,6 @@
 // parlova-cli mic install|remove|status: the virtual microphone "Parlova Mic".
 #include "cli/Command.h"
-#include "devices/pulse/StreamLoop.h"
+#include "devices/AudioBackend.h"
 #include "devices/AudioDeviceList.h"
 #include "devices/VirtualMic.h"
 
@@ -42,7 +42,7 @@ int runFlow(bool install) {
 int printStatus() {
     const auto s = VirtualMic::status();
     if (!s.serverReachable) {
-        std::fprintf(stderr, "%s\n", pulse::kNoServerMessage.c_str());
+        std::fprintf(stderr, "%s\n", kNoServerMessage.c_str());
         return 1;
     }
     std::printf("Sound server: %s\n", s.pipewire ? "PipeWire (pipewire-pulse)" : "PulseAudio");

@@ -54,7 +54,7 @@ int render(const std::vector<std::string>& args) {
     std::optional<Voice> voice = voiceWithOverrides(voiceName, overrides);
     if (!voice) return 2;
 
-    VoiceEngine engine;
+    VoiceEngine engine(nullptr, nullptr);
     engine.set(*voice);
     engine.setBypass(bypass);
     if (!engine.loadClip(QString::fromStdString(files[0]))) {

@@ -1,6 +1,6 @@
 #include "devices/AudioDeviceList.h"
 
-#include "devices/pulse/PulseEvents.h"
+#include "devices/BackendJobs.h"
 
 #include <QHash>
 
@@ -81,7 +81,6 @@ std::optional<uint32_t> deviceID(const DeviceTable& table, const std::optional<Q
 }
 
 bool isSpeaker(const DeviceEntry& e) {
-    using pulse::PortKind;
     const QString port = QString::fromStdString(e.outputPortName);
     if (e.outputPort == PortKind::speaker) return true;
     if (e.outputPort == PortKind::headphones) return false;
@@ -99,16 +98,37 @@ bool isSpeaker(const DeviceEntry& e) {
 
 }  // namespace deviceRules
 
-AudioDeviceList::AudioDeviceList(QObject* parent) : QObject(parent) {
+AudioDeviceList::AudioDeviceList(AudioBackend* backend, QObject* parent) : QObject(parent), backend_(backend) {
+    if (!backend_) return;
+    auto& events = backend_->events();
+    connect(&events, &BackendEvents::devicesChanged, this, &AudioDeviceList::refresh);
+    connect(&events, &BackendEvents::defaultsChanged, this, &AudioDeviceList::defaultsChanged);
+    connect(&events, &BackendEvents::serverLost, this, &AudioDeviceList::serverLost);
     refresh();
-    auto& events = pulse::PulseEvents::instance();
-    connect(&events, &pulse::PulseEvents::devicesChanged, this, &AudioDeviceList::refresh);
-    connect(&events, &pulse::PulseEvents::defaultsChanged, this, &AudioDeviceList::defaultsChanged);
-    connect(&events, &pulse::PulseEvents::serverLost, this, &AudioDeviceList::serverLost);
 }
 
 void AudioDeviceList::refresh() {
-    auto lists = deviceRules::publishedLists(readDeviceTable());
+    if (!backend_) return;
+    if (refreshing_) {
+        refreshAgain_ = true;  // one more read once the current one answers
+        return;
+    }
+    refreshing_ = true;
+    AudioBackend* backend = backend_;
+    BackendJobs::shared().request(
+        this, [backend] { return backend->snapshot().value_or(DeviceTable{}); },
+        [this](DeviceTable table) {
+            refreshing_ = false;
+            publish(table);
+            if (refreshAgain_) {
+                refreshAgain_ = false;
+                refresh();
+            }
+        });
+}
+
+void AudioDeviceList::publish(const DeviceTable& table) {
+    auto lists = deviceRules::publishedLists(table);
     if (lists.inputs != inputs_) {
         inputs_ = std::move(lists.inputs);
         emit inputsChanged();
@@ -118,6 +138,10 @@ void AudioDeviceList::refresh() {
         emit outputsChanged();
     }
 }
+
+namespace {
+DeviceTable readDeviceTable() { return AudioBackend::system().snapshot().value_or(DeviceTable{}); }
+}  // namespace
 
 std::optional<uint32_t> AudioDeviceList::deviceID(const std::optional<QString>& uid) {
     if (!uid) return std::nullopt;
@@ -162,33 +186,24 @@ std::optional<uint32_t> AudioDeviceList::defaultOutputID() { return readDeviceTa
 bool AudioDeviceList::setDefaultInput(uint32_t device) {
     const auto table = readDeviceTable();
     const DeviceEntry* e = table.find(device);
-    if (!e || e->sourceName.empty()) return false;
-    return pulse::PulseControl::shared().setDefaultSource(e->sourceName);
+    return e && AudioBackend::system().setDefaultInput(*e);
 }
 
-bool AudioDeviceList::isServerReachable() { return pulse::PulseControl::shared().connect(); }
+bool AudioDeviceList::isServerReachable() { return AudioBackend::system().snapshot().has_value(); }
 
-DeviceWatcher::DeviceWatcher(QObject* parent) : QObject(parent) {
-    auto& events = pulse::PulseEvents::instance();
-    connect(&events, &pulse::PulseEvents::sourceRemoved, this,
+DeviceWatcher::DeviceWatcher(AudioBackend* backend, QObject* parent) : QObject(parent) {
+    if (!backend) return;
+    auto& events = backend->events();
+    connect(&events, &BackendEvents::sourceRemoved, this,
             [this](uint32_t index) { lose([index](const Watched& w) { return w.sourceIndex == index; }); });
-    connect(&events, &pulse::PulseEvents::sinkRemoved, this,
+    connect(&events, &BackendEvents::sinkRemoved, this,
             [this](uint32_t index) { lose([index](const Watched& w) { return w.sinkIndex == index; }); });
-    connect(&events, &pulse::PulseEvents::serverLost, this, [this] { lose([](const Watched&) { return true; }); });
+    connect(&events, &BackendEvents::serverLost, this, [this] { lose([](const Watched&) { return true; }); });
 }
 
-void DeviceWatcher::watch(const std::vector<uint32_t>& devices) {
+void DeviceWatcher::watch(const std::vector<const DeviceEntry*>& devices) {
     watched_.clear();
-    const auto table = readDeviceTable();
-    for (uint32_t id : devices) {
-        const DeviceEntry* e = table.find(id);
-        if (!e) {
-            // Already gone: report it as soon as the caller's code returns.
-            QMetaObject::invokeMethod(this, [this, id] { emit deviceLost(id); }, Qt::QueuedConnection);
-            continue;
-        }
-        watched_.push_back({id, e->sourceIndex, e->sinkIndex});
-    }
+    for (const DeviceEntry* e : devices) watched_.push_back({e->id, e->sourceIndex, e->sinkIndex});
 }
 
 void DeviceWatcher::unwatch() { watched_.clear(); }

@@ -3,9 +3,10 @@
 // and output lists that pickers show and that saved choices are resolved
 // against, kept current as devices come and go, plus static queries over the
 // sound server's device table that the engine uses for live routing and call
-// mode. See devices/pulse/DeviceTable.h for how sources and sinks become
-// devices (ids, UIDs, names, hidden monitors, loopbacks).
-#include "devices/pulse/DeviceTable.h"
+// mode. See devices/DeviceTable.h for how sources and sinks become devices
+// (ids, UIDs, names, hidden monitors, loopbacks).
+#include "devices/AudioBackend.h"
+#include "devices/DeviceTable.h"
 
 #include <QList>
 #include <QObject>
@@ -72,18 +73,23 @@ class AudioDeviceList : public QObject {
 
 public:
     // Reads the devices once and then follows the server's events (on the
-    // main thread; needs a QCoreApplication).
-    explicit AudioDeviceList(QObject* parent = nullptr);
+    // main thread; needs a QCoreApplication). Reading happens on the backend's
+    // job thread; the lists are published when the answer arrives.
+    explicit AudioDeviceList(AudioBackend* backend = &AudioBackend::system(), QObject* parent = nullptr);
 
     const QList<AudioDevice>& inputs() const { return inputs_; }
     const QList<AudioDevice>& outputs() const { return outputs_; }
     std::optional<AudioDevice> virtualCable() const { return deviceRules::virtualCable(inputs_, outputs_); }
 
     // Re-reads the device table and republishes the lists that changed,
-    // inputs first.
+    // inputs first, once the server answers.
     void refresh();
+    // Publishes the lists of a table read elsewhere.
+    void publish(const DeviceTable& table);
 
-    // Static queries: each reads the server afresh; callable from any thread.
+    // Blocking queries for headless commands and tests: each takes a fresh
+    // snapshot of the system's server. Never call them from a window's main
+    // thread; the engine works on one snapshot per operation instead.
     static std::optional<uint32_t> deviceID(const std::optional<QString>& uid);
     static std::optional<uint32_t> virtualCableID();
     static std::vector<uint32_t> physicalInputIDs();
@@ -107,8 +113,11 @@ signals:
     void serverLost();
 
 private:
+    AudioBackend* backend_;
     QList<AudioDevice> inputs_;
     QList<AudioDevice> outputs_;
+    bool refreshing_ = false;
+    bool refreshAgain_ = false;
 };
 
 // Watches the devices a live session uses and reports, on the main thread,
@@ -116,8 +125,8 @@ private:
 class DeviceWatcher : public QObject {
     Q_OBJECT
 public:
-    explicit DeviceWatcher(QObject* parent = nullptr);
-    void watch(const std::vector<uint32_t>& devices);  // replaces the watched set
+    explicit DeviceWatcher(AudioBackend* backend, QObject* parent = nullptr);
+    void watch(const std::vector<const DeviceEntry*>& devices);  // replaces the watched set
     void unwatch();
     bool isWatching() const { return !watched_.empty(); }
 

@@ -1,9 +1,8 @@
 #include "devices/VirtualMic.h"
 
 #include "devices/AudioDeviceList.h"
-#include "devices/pulse/PulseControl.h"
-#include "devices/pulse/StreamLoop.h"
-#include "engine/VoiceEngineError.h"
+#include "devices/BackendJobs.h"
+#include "common/VoiceEngineError.h"
 
 #include <QDir>
 #include <QFile>
@@ -35,7 +34,7 @@ struct Loaded {
     std::vector<uint32_t> former;
 };
 
-Loaded loadedModules(const std::vector<pulse::ModuleInfo>& modules) {
+Loaded loadedModules(const std::vector<ModuleInfo>& modules) {
     Loaded found;
     std::vector<uint32_t> currentSinks, formerSinks;
     for (const auto& m : modules) {
@@ -55,8 +54,8 @@ Loaded loadedModules(const std::vector<pulse::ModuleInfo>& modules) {
     return found;
 }
 
-bool isPipewire(const std::optional<pulse::ServerSnapshot>& snap) {
-    return snap && QString::fromStdString(snap->serverName).contains(QStringLiteral("PipeWire"), Qt::CaseInsensitive);
+bool isPipewire(const std::string& serverName) {
+    return QString::fromStdString(serverName).contains(QStringLiteral("PipeWire"), Qt::CaseInsensitive);
 }
 
 QString readText(const QString& path, bool* exists) {
@@ -90,7 +89,7 @@ QString removeBlock(QString text, const QString& begin, const QString& end) {
 
 void unloadAll(const std::vector<uint32_t>& modules) {
     for (uint32_t index : modules)
-        if (!pulse::PulseControl::shared().unloadModule(index))
+        if (!AudioBackend::system().unloadModule(index))
             throw VoiceEngineError("The sound server refused to unload the virtual mic.");
 }
 
@@ -154,10 +153,10 @@ QString VirtualMic::pipewireDropIn() {
 }
 
 void VirtualMic::install() {
-    auto& control = pulse::PulseControl::shared();
-    const auto snap = control.snapshot();
+    auto& control = AudioBackend::system();
     const auto modules = control.modules();
-    if (!snap || !modules) throw VoiceEngineError(pulse::kNoServerMessage);
+    if (!modules) throw VoiceEngineError(kNoServerMessage);
+    const std::string server = control.serverName();
     const Loaded loaded = loadedModules(*modules);
     // Reinstalling is the update: the running copy and the former device go first.
     unloadAll(loaded.current);
@@ -169,7 +168,7 @@ void VirtualMic::install() {
         control.unloadModule(*sink);
         throw statusError("load the virtual mic into the sound server", error);
     }
-    if (isPipewire(snap)) {
+    if (isPipewire(server)) {
         writeText(pipewireConfigPath(), pipewireDropIn());
         removeFile(formerPipewireConfigPath());
     } else {
@@ -181,9 +180,9 @@ void VirtualMic::install() {
 }
 
 void VirtualMic::uninstall() {
-    auto& control = pulse::PulseControl::shared();
+    auto& control = AudioBackend::system();
     const auto modules = control.modules();
-    if (!modules) throw VoiceEngineError(pulse::kNoServerMessage);
+    if (!modules) throw VoiceEngineError(kNoServerMessage);
     const Loaded loaded = loadedModules(*modules);
     unloadAll(loaded.current);
     unloadAll(loaded.former);
@@ -203,11 +202,10 @@ void VirtualMic::uninstall() {
 
 VirtualMic::Status VirtualMic::status() {
     Status s;
-    auto& control = pulse::PulseControl::shared();
-    const auto snap = control.snapshot();
+    auto& control = AudioBackend::system();
     const auto modules = control.modules();
-    s.serverReachable = snap && modules;
-    s.pipewire = isPipewire(snap);
+    s.serverReachable = modules.has_value();
+    s.pipewire = isPipewire(s.serverReachable ? control.serverName() : std::string());
     if (modules) {
         const Loaded loaded = loadedModules(*modules);
         s.loaded = loaded.current.size() >= 2;
@@ -236,20 +234,28 @@ void VirtualMicSetup::setInstalling(bool on) {
 
 void VirtualMicSetup::install() {
     if (installing_) return;
-    try {
-        VirtualMic::install();
-    } catch (const VoiceEngineError& e) {
-        emit errorMessage(QStringLiteral("Couldn't install the virtual mic: ") + QString::fromStdString(e.errorDescription()));
-        emit finished();
-        return;
-    }
-    if (!VirtualMic::status().loaded) {  // nothing happened: nothing to wait for
-        emit finished();
-        return;
-    }
     setInstalling(true);
-    polls_ = 0;
-    timer_.start(pollMs_);
+    // Loading modules waits on the server: the job thread does it.
+    BackendJobs::shared().request(
+        this,
+        []() -> QString {
+            try {
+                VirtualMic::install();
+                return VirtualMic::status().loaded ? QString() : QStringLiteral("-");
+            } catch (const VoiceEngineError& e) {
+                return QStringLiteral("Couldn't install the virtual mic: ") + QString::fromStdString(e.errorDescription());
+            }
+        },
+        [this](const QString& outcome) {
+            if (!outcome.isEmpty()) {  // failed, or nothing happened: nothing to wait for
+                setInstalling(false);
+                if (outcome != QStringLiteral("-")) emit errorMessage(outcome);
+                emit finished();
+                return;
+            }
+            polls_ = 0;
+            timer_.start(pollMs_);
+        });
 }
 
 void VirtualMicSetup::poll() {
@@ -270,15 +276,23 @@ void VirtualMicSetup::poll() {
 }
 
 void VirtualMicSetup::remove() {
-    try {
-        VirtualMic::uninstall();
-    } catch (const VoiceEngineError& e) {
-        emit errorMessage(QStringLiteral("Couldn't remove the virtual mic: ") + QString::fromStdString(e.errorDescription()));
-    }
-    QTimer::singleShot(refreshMs_, this, [this] {
-        devices_->refresh();
-        emit finished();
-    });
+    BackendJobs::shared().request(
+        this,
+        []() -> QString {
+            try {
+                VirtualMic::uninstall();
+                return {};
+            } catch (const VoiceEngineError& e) {
+                return QStringLiteral("Couldn't remove the virtual mic: ") + QString::fromStdString(e.errorDescription());
+            }
+        },
+        [this](const QString& failure) {
+            if (!failure.isEmpty()) emit errorMessage(failure);
+            QTimer::singleShot(refreshMs_, this, [this] {
+                devices_->refresh();
+                emit finished();
+            });
+        });
 }
 
 }  // namespace parlova

@@ -10,7 +10,7 @@
 // (32-bit float PCM) or .flac (24-bit). Every failure of either class is a
 // VoiceEngineError whose text is a finished sentence naming the file.
 #include "dsp/AudioBuffers.h"
-#include "engine/VoiceEngineError.h"
+#include "common/VoiceEngineError.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,11 +1,13 @@
 #pragma once
-// What an output device pulls in live mode and playback: the chain's stereo,
-// its first channel tapped for the level meter, scaled by the main-mixer
-// volume, and optionally copied into a monitor bridge. A failed chain render
-// plays as silence. Real-time safe: buffers are made at construction.
+// What an output device pulls in live mode and playback: the voice stage's
+// stereo, its first channel tapped for the level meter, scaled by the
+// main-mixer volume, and optionally copied into a monitor bridge. A failed
+// stage render plays as silence. Volume changes (mute while only recording,
+// unmute for live) ramp over a few milliseconds so they never click.
+// Real-time safe: buffers are made at construction.
 #include "engine/MicBridge.h"
 #include "engine/TapRelay.h"
-#include "engine/VoiceChain.h"
+#include "engine/VoiceStage.h"
 
 #include <atomic>
 #include <vector>
@@ -14,15 +16,26 @@ namespace parlova {
 
 class ChainOutput : public AudioSource {
 public:
-    ChainOutput(VoiceChain& chain, TapRelay& meter, const std::atomic<float>* volume = nullptr,
-                MicBridge* monitor = nullptr);
+    static constexpr double kVolumeRampSeconds = 0.005;
+
+    ChainOutput(VoiceStage& stage, TapRelay& meter, double sampleRate, MicBridge* monitor = nullptr);
     int32_t pull(BufferList& out, int frames) noexcept override;
 
+    // Any thread: the volume to ramp to.
+    void setVolume(float volume) { target_.store(volume, std::memory_order_relaxed); }
+    // Starts at `volume` without a ramp (before the output starts).
+    void jumpTo(float volume) {
+        target_.store(volume, std::memory_order_relaxed);
+        applied_ = volume;
+    }
+
 private:
-    VoiceChain& chain_;
+    VoiceStage& stage_;
     TapRelay& meter_;
-    const std::atomic<float>* volume_;
     MicBridge* monitor_;
+    float rampStep_;  // largest volume change per sample
+    std::atomic<float> target_{1.0f};
+    float applied_ = 1.0f;  // audio thread only
     std::vector<float> left_, right_;
 };
 

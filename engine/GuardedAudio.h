@@ -1,7 +1,7 @@
 #pragma once
 // Runs a graph operation and turns anything it raises into a VoiceEngineError,
 // so callers report one error type in their own words.
-#include "engine/VoiceEngineError.h"
+#include "common/VoiceEngineError.h"
 
 #include <exception>
 #include <string>

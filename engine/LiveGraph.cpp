@@ -1,9 +1,5 @@
 #include "engine/LiveGraph.h"
 
-#include "engine/ChainOutput.h"
-
-#include <algorithm>
-
 namespace parlova {
 
 class LiveGraph::RecordingListener : public CaptureListener {
@@ -17,10 +13,10 @@ private:
 
 namespace {
 
-// The output device may start asking for audio a while after the microphone
-// started delivering. Whatever the bridge gathered before the first request
-// would otherwise stay as extra delay (the bridge only trims a large backlog
-// down to two cushions), so the first request starts the bridge afresh.
+// The output may start asking for audio a while after the microphone started
+// delivering. Whatever the bridge gathered before the first request would
+// otherwise stay as extra delay (the bridge only trims a large backlog down to
+// two cushions), so the first request starts the bridge afresh. Reader side.
 class FreshStart : public AudioSource {
 public:
     FreshStart(AudioSource& inner, MicBridge& bridge) : inner_(inner), bridge_(bridge) {}
@@ -45,38 +41,27 @@ TapRelay::Handler monoHandler(LiveGraph::BlockHandler handler) {
 }
 }  // namespace
 
-LiveGraph::LiveGraph(const LiveRoute& route, const Voice& voice, BlockHandler recordTap, BlockHandler meterTap)
-    : route_(route), format_(DeviceOutput::formatFor(route.output)) {
+LiveGraph::LiveGraph(AudioBackend& backend, const LiveRoute& route, const VoiceStageFactory& stage,
+                     BlockHandler recordTap, BlockHandler meterTap, const StreamFaults& faults)
+    : route_(route) {
     recordRelay_ = std::make_unique<TapRelay>(1, kTapFrames, monoHandler(std::move(recordTap)));
     meterRelay_ = std::make_unique<TapRelay>(1, kTapFrames, monoHandler(std::move(meterTap)));
     recordingListener_ = std::make_unique<RecordingListener>(*recordRelay_);
 
-    // The microphone is opened at the output's rate so the server resamples it.
-    mic_ = std::make_unique<MicCapture>(route.mic, format_.sampleRate);
-    mic_->setListener(recordingListener_.get());
-    connect(mic_.get(), &MicCapture::deviceLost, this, &LiveGraph::deviceLost);
-    connect(mic_.get(), &MicCapture::failed, this, &LiveGraph::failed);
-
-    chain_ = std::make_shared<VoiceChain>(voice, mic_->sharedBridge().get(), AudioFormat{format_.sampleRate, 1});
-    if (route.monitor) monitorBridge_ = std::make_shared<MicBridge>(format_.sampleRate, kMonitorCushionSeconds);
-    renderer_ = std::make_unique<ChainOutput>(*chain_, *meterRelay_, &volume_, monitorBridge_.get());
+    mic_ = std::make_unique<MicCapture>(backend, route.mic, kSampleRate, faults);
+    mic_->addListener(recordingListener_.get());
+    stage_ = stage(mic_->bridge(), kSampleRate);
+    if (route.monitor) monitorBridge_ = std::make_shared<MicBridge>(kSampleRate, kMonitorCushionSeconds);
+    renderer_ = std::make_unique<ChainOutput>(*stage_, *meterRelay_, kSampleRate, monitorBridge_.get());
     freshStart_ = std::make_unique<FreshStart>(*renderer_, mic_->bridge());
-
-    output_ = std::make_unique<DeviceOutput>(route.output, format_, freshStart_.get(), kOutputLatencySeconds);
-    connect(output_.get(), &DeviceOutput::deviceLost, this, &LiveGraph::deviceLost);
-    connect(output_.get(), &DeviceOutput::failed, this, &LiveGraph::failed);
-    if (route.monitor) {
-        // The monitor runs at the bridge's rate; the server resamples for the device.
-        monitor_ = std::make_unique<DeviceOutput>(*route.monitor, AudioFormat{format_.sampleRate, 2},
-                                                  monitorBridge_.get());
-        connect(monitor_.get(), &DeviceOutput::deviceLost, this, &LiveGraph::deviceLost);
-        connect(monitor_.get(), &DeviceOutput::failed, this, &LiveGraph::failed);
-    }
+    output_ = backend.openOutput(route.output, AudioFormat{kSampleRate, 2}, *freshStart_, kOutputBufferSeconds, faults);
+    if (route.monitor)
+        monitor_ = backend.openOutput(*route.monitor, AudioFormat{kSampleRate, 2}, *monitorBridge_,
+                                      kOutputBufferSeconds, faults);
 }
 
 LiveGraph::~LiveGraph() {
-    stop();
-    // Streams go first (nothing pulls the chain any more), then the chain and taps.
+    // Streams go first (nothing pulls the stage any more), then the stage and taps.
     monitor_.reset();
     output_.reset();
     mic_.reset();
@@ -90,8 +75,13 @@ void LiveGraph::start() {
 
 void LiveGraph::stop() {
     if (monitor_) monitor_->stop();
-    if (output_) output_->stop();
-    if (mic_) mic_->stop();
+    output_->stop();
+    mic_->stop();
+}
+
+double LiveGraph::delaySeconds() const {
+    return mic_->latencySeconds() + mic_->bridge().count() / kSampleRate + stage_->latencySeconds() +
+           output_->latencySeconds();
 }
 
 }  // namespace parlova

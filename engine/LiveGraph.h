@@ -1,16 +1,19 @@
 #pragma once
-// One running live route: microphone -> bridge -> voice chain -> output device,
-// with an optional monitor output fed through a second bridge (call mode), a
-// tap of the dry microphone for recording and a tap of the chain output for
-// the level meter. The output device's I/O thread pulls the whole chain.
-#include "engine/DeviceOutput.h"
+// One running live route: microphone -> bridge -> voice stage -> output
+// device, with an optional monitor output fed through a second bridge (call
+// mode), a tap of the dry microphone for recording and a tap of the stage's
+// output for the level meter. The output device's audio thread pulls the
+// whole route. Everything runs at the chain's fixed rate; the server converts
+// to and from the devices' own rates.
+//
+// Built, started, stopped and destroyed on a job thread (opening streams waits
+// on the server); the stream faults arrive on the audio thread.
+#include "devices/AudioBackend.h"
+#include "engine/ChainOutput.h"
 #include "engine/MicCapture.h"
 #include "engine/TapRelay.h"
-#include "engine/VoiceChain.h"
+#include "engine/VoiceStage.h"
 
-#include <QObject>
-
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -18,66 +21,65 @@
 namespace parlova {
 
 struct LiveRoute {
-    uint32_t mic = 0;
-    uint32_t output = 0;
-    std::optional<uint32_t> monitor;
+    DeviceEntry mic;
+    DeviceEntry output;
+    std::optional<DeviceEntry> monitor;
     bool isCall = false;
 };
 
-class LiveGraph : public QObject {
-    Q_OBJECT
+class LiveGraph {
 public:
+    static constexpr double kSampleRate = 48000.0;
     static constexpr double kMonitorCushionSeconds = 0.03;
     static constexpr int kTapFrames = 1024;
-    // The output keeps this much audio queued at the server: small, since it
-    // adds to the delay between speaking and being heard.
-    static constexpr double kOutputLatencySeconds = 0.01;
+    // What the output keeps queued at the server. It adds to the delay, and it
+    // is what rides out a moment in which the audio thread is not scheduled.
+    static constexpr double kOutputBufferSeconds = 0.02;
 
     using BlockHandler = std::function<void(const float* mono, int frames)>;
 
     // Opens every device of the route (nothing runs yet). `recordTap` receives
-    // the dry microphone and `meterTap` the chain output, both on a tap thread.
-    // Throws VoiceEngineError.
-    LiveGraph(const LiveRoute& route, const Voice& voice, BlockHandler recordTap, BlockHandler meterTap);
-    ~LiveGraph() override;
+    // the dry microphone and `meterTap` the stage's output, both on a tap
+    // thread. Throws VoiceEngineError.
+    LiveGraph(AudioBackend& backend, const LiveRoute& route, const VoiceStageFactory& stage, BlockHandler recordTap,
+              BlockHandler meterTap, const StreamFaults& faults);
+    ~LiveGraph();
 
-    // Starts the microphone, the output and the monitor; throws
-    // "Couldn't start the microphone (error N)." or "Couldn't start the output (error N).".
     void start();
     void stop();
 
-    // Main-mixer volume: 1 while live, 0 while only recording.
-    void setAudible(bool audible) { volume_.store(audible ? 1.0f : 0.0f, std::memory_order_relaxed); }
+    // Main-mixer volume: 1 while live, 0 while only recording (ramped).
+    void setAudible(bool audible) { renderer_->setVolume(audible ? 1.0f : 0.0f); }
+    // The same, without a ramp: before start().
+    void setInitialAudible(bool audible) { renderer_->jumpTo(audible ? 1.0f : 0.0f); }
 
     const LiveRoute& route() const { return route_; }
-    std::shared_ptr<VoiceChain> chain() const { return chain_; }
-    // The format of the dry microphone as it is recorded (mono at the route's rate).
-    AudioFormat recordingFormat() const { return {format_.sampleRate, 1}; }
-    const AudioFormat& outputFormat() const { return format_; }
-    MicCapture& mic() { return *mic_; }
+    VoiceStage& stage() { return *stage_; }
+    std::shared_ptr<VoiceChain> chain() const { return stage_->chain(); }
+    // The dry microphone as it is recorded: mono at the route's rate.
+    AudioFormat recordingFormat() const { return {kSampleRate, 1}; }
     std::shared_ptr<MicBridge> micBridge() const { return mic_->sharedBridge(); }
-    DeviceOutput& output() { return *output_; }
+    MicCapture& mic() { return *mic_; }
 
-signals:
-    void deviceLost();
-    void failed(const QString& message);
+    // The delay from the microphone to the output as far as this process
+    // knows it: both streams' reported latency, the bridge's fill and the
+    // voice stage's own delay.
+    double delaySeconds() const;
 
 private:
     class RecordingListener;
 
     LiveRoute route_;
-    AudioFormat format_;
-    std::atomic<float> volume_{1.0f};
     std::unique_ptr<TapRelay> recordRelay_;
     std::unique_ptr<TapRelay> meterRelay_;
     std::unique_ptr<RecordingListener> recordingListener_;
     std::unique_ptr<MicCapture> mic_;
-    std::shared_ptr<VoiceChain> chain_;
+    std::unique_ptr<VoiceStage> stage_;
     std::shared_ptr<MicBridge> monitorBridge_;
-    std::unique_ptr<AudioSource> renderer_;
+    std::unique_ptr<ChainOutput> renderer_;
     std::unique_ptr<AudioSource> freshStart_;
-    std::unique_ptr<DeviceOutput> output_;
-    std::unique_ptr<DeviceOutput> monitor_;
+    std::unique_ptr<AudioStream> output_;
+    std::unique_ptr<AudioStream> monitor_;
 };
 
 }  // namespace parlova

@@ -2,30 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <mutex>
-#include <thread>
-
-#if defined(__x86_64__) || defined(__i386__)
-#include <immintrin.h>
-#endif
 
 namespace parlova {
-
-void SpinLock::lock() noexcept {
-    for (int spins = 0;; ++spins) {
-        if (!locked_.exchange(true, std::memory_order_acquire)) return;
-        while (locked_.load(std::memory_order_relaxed)) {
-            if (spins++ < 256) {
-#if defined(__x86_64__) || defined(__i386__)
-                _mm_pause();
-#endif
-            } else {
-                // The holder was descheduled: give it the core instead of burning ours.
-                std::this_thread::yield();
-            }
-        }
-    }
-}
 
 MicBridge::MicBridge(double sampleRate, double cushionSeconds)
     : sampleRate_(sampleRate),
@@ -73,14 +51,12 @@ void MicBridge::write(const BufferList& buffers, int frames) noexcept {
 }
 
 void MicBridge::append(const float* mono, int n) noexcept {
-    std::lock_guard guard(lock_);
-    // Sequentially, every sample lands at (readIndex + count) mod capacity and
-    // overwrites the oldest one once the ring is full. Only the newest
-    // `capacity` samples of one write can survive, so copy just those.
+    const uint64_t written = written_.load(std::memory_order_relaxed);  // our own counter
+    // Only the newest `capacity` samples of one write can survive in the ring.
     const int skip = std::max(0, n - capacity_);
     const float* src = mono + skip;
     int remaining = n - skip;
-    int pos = static_cast<int>((static_cast<int64_t>(readIndex_) + count_ + skip) % capacity_);
+    int pos = static_cast<int>((written + static_cast<uint64_t>(skip)) % static_cast<uint64_t>(capacity_));
     while (remaining > 0) {
         const int chunk = std::min(remaining, capacity_ - pos);
         std::memcpy(storage_.get() + pos, src, sizeof(float) * static_cast<size_t>(chunk));
@@ -88,49 +64,45 @@ void MicBridge::append(const float* mono, int n) noexcept {
         remaining -= chunk;
         pos = (pos + chunk) % capacity_;
     }
-    const int64_t total = static_cast<int64_t>(count_) + n;
-    if (total > capacity_) {
-        readIndex_ = static_cast<int>((readIndex_ + (total - capacity_)) % capacity_);
-        count_ = capacity_;
-    } else {
-        count_ = static_cast<int>(total);
-    }
-    // Latency trim: above six cushions, keep only the newest two.
-    if (count_ > 6 * cushion_) {
-        const int drop = count_ - 2 * cushion_;
-        readIndex_ = (readIndex_ + drop) % capacity_;
-        count_ = 2 * cushion_;
-        trims_.fetch_add(1, std::memory_order_relaxed);
-    }
+    written_.store(written + static_cast<uint64_t>(n), std::memory_order_release);  // publishes the samples
 }
 
 void MicBridge::read(BufferList& out, int frames) noexcept {
     if (out.count <= 0 || !out.data[0] || frames <= 0) return;
     float* first = out.data[0];
+    const uint64_t written = written_.load(std::memory_order_acquire);
+    uint64_t read = read_.load(std::memory_order_relaxed);  // our own counter
+    uint64_t held = written - read;
+    // Latency trim: above six cushions (or overwritten), keep only the newest two.
+    const uint64_t limit = static_cast<uint64_t>(cushion_ > 0 ? 6 * cushion_ : capacity_);
+    if (held > limit) {
+        read = written - static_cast<uint64_t>(2 * cushion_);
+        held = static_cast<uint64_t>(2 * cushion_);
+        trims_.fetch_add(1, std::memory_order_relaxed);
+    }
+    bool primed = primed_.load(std::memory_order_relaxed);
+    if (!primed && held >= static_cast<uint64_t>(cushion_)) primed = true;
     int delivered = 0;
-    bool ranDry = false;
-    {
-        std::lock_guard guard(lock_);
-        if (!primed_ && count_ >= cushion_) primed_ = true;
-        if (primed_) {
-            delivered = std::min(count_, frames);
-            int remaining = delivered;
-            float* dst = first;
-            while (remaining > 0) {
-                const int chunk = std::min(remaining, capacity_ - readIndex_);
-                std::memcpy(dst, storage_.get() + readIndex_, sizeof(float) * static_cast<size_t>(chunk));
-                dst += chunk;
-                remaining -= chunk;
-                readIndex_ = (readIndex_ + chunk) % capacity_;
-            }
-            count_ -= delivered;
-            if (delivered < frames) {
-                primed_ = false;
-                ranDry = true;
-            }
+    if (primed) {
+        delivered = static_cast<int>(std::min<uint64_t>(held, static_cast<uint64_t>(frames)));
+        int pos = static_cast<int>(read % static_cast<uint64_t>(capacity_));
+        int remaining = delivered;
+        float* dst = first;
+        while (remaining > 0) {
+            const int chunk = std::min(remaining, capacity_ - pos);
+            std::memcpy(dst, storage_.get() + pos, sizeof(float) * static_cast<size_t>(chunk));
+            dst += chunk;
+            remaining -= chunk;
+            pos = (pos + chunk) % capacity_;
+        }
+        read += static_cast<uint64_t>(delivered);
+        if (delivered < frames) {
+            primed = false;  // wait for a full cushion again instead of stuttering
+            underruns_.fetch_add(1, std::memory_order_relaxed);
         }
     }
-    if (ranDry) underruns_.fetch_add(1, std::memory_order_relaxed);
+    read_.store(read, std::memory_order_release);
+    primed_.store(primed, std::memory_order_relaxed);
     if (delivered < frames) std::fill(first + delivered, first + frames, 0.0f);
     const int channels = std::min(out.count, kMaxChannels);
     for (int b = 1; b < channels; ++b)
@@ -139,20 +111,14 @@ void MicBridge::read(BufferList& out, int frames) noexcept {
 }
 
 int MicBridge::count() const noexcept {
-    std::lock_guard guard(lock_);
-    return count_;
-}
-
-bool MicBridge::isPrimed() const noexcept {
-    std::lock_guard guard(lock_);
-    return primed_;
+    const uint64_t read = read_.load(std::memory_order_acquire);
+    const uint64_t written = written_.load(std::memory_order_acquire);
+    return written > read ? static_cast<int>(std::min<uint64_t>(written - read, static_cast<uint64_t>(capacity_))) : 0;
 }
 
 void MicBridge::reset() noexcept {
-    std::lock_guard guard(lock_);
-    readIndex_ = 0;
-    count_ = 0;
-    primed_ = false;
+    read_.store(written_.load(std::memory_order_acquire), std::memory_order_release);
+    primed_.store(false, std::memory_order_relaxed);
 }
 
 }  // namespace parlova

@@ -6,11 +6,19 @@
 // starts only once a cushion of samples has gathered ("primed"), and an
 // underrun sends the bridge back to waiting for a full cushion. When more than
 // six cushions pile up (the output fell behind, or the microphone's clock runs
-// fast) the oldest samples are dropped down to two cushions, which keeps the
+// fast) the oldest samples are skipped down to two cushions, which keeps the
 // delay bounded without trimming on every small burst.
 //
-// Both threads hold the lock only for index arithmetic and copies; nothing on
-// either path allocates, blocks for long, logs or throws.
+// Lock-free single producer, single consumer. Each side owns one counter of
+// samples ever passed through: the writer owns `written_`, the reader owns
+// `read_`, and neither ever stores the other's. The writer copies samples into
+// the ring, then publishes `written_` with release order; the reader loads it
+// with acquire order, so every sample it counts is visible. The writer never
+// waits for the reader: a full ring overwrites the oldest samples, and the
+// reader, which owns priming and trimming, notices the backlog and skips ahead
+// to the newest two cushions. (A reader more than a whole ring behind could
+// copy a block the writer is overwriting; it never gets there, since it trims
+// at six cushions and the ring holds at least eight.)
 #include "dsp/AudioBuffers.h"
 
 #include <atomic>
@@ -18,17 +26,6 @@
 #include <memory>
 
 namespace parlova {
-
-// A short spin lock for real-time threads: the critical sections it guards are
-// a few hundred nanoseconds of copying, so spinning beats sleeping in the kernel.
-class SpinLock {
-public:
-    void lock() noexcept;
-    void unlock() noexcept { locked_.store(false, std::memory_order_release); }
-
-private:
-    std::atomic<bool> locked_{false};
-};
 
 class MicBridge final : public AudioSource {
 public:
@@ -41,14 +38,14 @@ public:
     MicBridge(const MicBridge&) = delete;
     MicBridge& operator=(const MicBridge&) = delete;
 
-    // Capture thread. One interleaved buffer of `channels` channels; each frame
+    // Writer thread. One interleaved buffer of `channels` channels; each frame
     // is the mean of its channels. At most kScratchCapacity frames are taken.
     void write(const float* interleaved, int channels, int frames) noexcept;
-    // Capture thread. Non-interleaved buffers: each frame is the mean of the
+    // Writer thread. Non-interleaved buffers: each frame is the mean of the
     // same frame of every buffer (a single buffer is plain mono).
     void write(const BufferList& buffers, int frames) noexcept;
 
-    // Output thread. Fills exactly `frames` frames of every buffer of `out`
+    // Reader thread. Fills exactly `frames` frames of every buffer of `out`
     // (silence where the bridge is unprimed or runs dry), mono fanned out to
     // every channel. Does nothing when `out` has no first buffer.
     void read(BufferList& out, int frames) noexcept;
@@ -59,20 +56,21 @@ public:
         return status::ok;
     }
 
+    // Reader thread: forgets everything held and waits for a new cushion.
+    void reset() noexcept;
+
     double sampleRate() const { return sampleRate_; }
     int capacity() const { return capacity_; }
     int cushion() const { return cushion_; }
 
-    // Samples held now, i.e. the delay the bridge adds, in frames.
+    // Observers on any thread (approximate while both sides run).
+    // Samples waiting to be read, i.e. the delay the bridge adds, in frames.
     int count() const noexcept;
-    bool isPrimed() const noexcept;
+    bool isPrimed() const noexcept { return primed_.load(std::memory_order_relaxed); }
     // Reads that ran dry after the bridge had primed (each re-arms priming).
     uint64_t underruns() const noexcept { return underruns_.load(std::memory_order_relaxed); }
     // Times the backlog was trimmed from above six cushions down to two.
     uint64_t trims() const noexcept { return trims_.load(std::memory_order_relaxed); }
-
-    // Forgets everything held and waits for a new cushion.
-    void reset() noexcept;
 
 private:
     void append(const float* mono, int frames) noexcept;
@@ -81,11 +79,10 @@ private:
     int capacity_;
     int cushion_;
     std::unique_ptr<float[]> storage_;
-    std::unique_ptr<float[]> scratch_;
-    mutable SpinLock lock_;
-    int readIndex_ = 0;  // guarded by lock_
-    int count_ = 0;      // guarded by lock_
-    bool primed_ = false;  // guarded by lock_
+    std::unique_ptr<float[]> scratch_;  // writer's mix-down area
+    std::atomic<uint64_t> written_{0};  // stored by the writer only
+    std::atomic<uint64_t> read_{0};     // stored by the reader only
+    std::atomic<bool> primed_{false};   // stored by the reader only
     std::atomic<uint64_t> underruns_{0};
     std::atomic<uint64_t> trims_{0};
 };

@@ -1,83 +1,54 @@
 #pragma once
-// Live capture from one microphone: a record stream on the chosen input device
-// that delivers mono 32-bit float samples (the server mixes the device's
-// channels down and resamples when asked for another rate) and writes them
-// into a MicBridge on the stream connection's I/O thread.
-//
-// The stream is connected, corked, by the constructor; start() lets audio flow
-// and stop() corks it again. When the device disappears or the stream breaks,
-// deviceLost() or failed() is emitted on the thread that owns the object (the
-// main thread), so live mode can stop with its sentence.
+// Live capture from one microphone: a mono record stream from the backend whose
+// blocks are fanned out, on the audio thread, to a fixed set of listeners
+// (recording, the level meter, a clone collector) and then written into the
+// MicBridge that the output side reads.
+#include "devices/AudioBackend.h"
 #include "engine/MicBridge.h"
 
-#include <QObject>
-#include <QString>
-
+#include <array>
 #include <atomic>
-#include <cstdint>
 #include <memory>
-
-struct pa_stream;
 
 namespace parlova {
 
-namespace pulse {
-class PulseLoop;
-}
+// Receives every captured block on the audio thread, before it enters the
+// bridge. It must follow the audio-thread rules: no allocation, no blocking.
+using CaptureListener = CaptureSink;
 
-// Receives every captured block on the capture thread, before it enters the
-// bridge (the recording sink, the level meter and the clone path use it). It
-// must follow the audio-thread rules: no allocation, no blocking, no logging.
-class CaptureListener {
-public:
-    virtual ~CaptureListener() = default;
-    virtual void capturedAudio(const float* mono, int frames) noexcept = 0;
-};
-
-class MicCapture : public QObject {
-    Q_OBJECT
+class MicCapture final : public CaptureSink {
 public:
     static constexpr double kCushionSeconds = 0.02;
-    static constexpr int kMaxBlockFrames = 8192;  // the listener never gets more at once
+    static constexpr double kBlockSeconds = 0.01;
+    static constexpr int kMaxListeners = 4;
 
-    // Opens the microphone `device` (an AudioDeviceList id) at `sampleRate`, or
-    // at the device's own rate when 0. `latencySeconds` is the size of the
-    // blocks the server delivers. Throws VoiceEngineError.
-    explicit MicCapture(uint32_t device, double sampleRate = 0, double latencySeconds = 0.01, QObject* parent = nullptr);
+    // Opens the microphone at `sampleRate` (the server converts). Waits on the
+    // server: job threads only. Throws VoiceEngineError.
+    MicCapture(AudioBackend& backend, const DeviceEntry& device, double sampleRate, StreamFaults faults);
     ~MicCapture() override;
 
+    // Any thread; a listener must outlive the capture or be removed first.
+    // False when every slot is taken.
+    bool addListener(CaptureListener* listener);
+    void removeListener(CaptureListener* listener);
+
+    void start() { stream_->start(); }
+    void stop() { stream_->stop(); }
+
     double sampleRate() const { return sampleRate_; }
-    uint32_t device() const { return device_; }
     MicBridge& bridge() { return *bridge_; }
-    // The bridge, for a render path that may outlive this object.
     std::shared_ptr<MicBridge> sharedBridge() const { return bridge_; }
+    double latencySeconds() const { return stream_->latencySeconds(); }
 
-    // Set before start(); null removes it.
-    void setListener(CaptureListener* listener) { listener_.store(listener, std::memory_order_release); }
-
-    // Throws VoiceEngineError "Couldn't start the microphone (error N)."
-    void start();
-    void stop();
-    bool isRunning() const { return running_; }
-
-signals:
-    void deviceLost();                    // the microphone went away
-    void failed(const QString& message);  // the stream broke for another reason
+    void capturedAudio(const float* mono, int frames) noexcept override;
 
 private:
-    static void onRead(pa_stream* s, size_t nbytes, void* userdata);
-    static void onState(pa_stream* s, void* userdata);
-    bool cork(bool paused);
-    void close();
-
-    uint32_t device_;
-    double sampleRate_ = 0;
-    std::shared_ptr<pulse::PulseLoop> loop_;
-    pa_stream* stream_ = nullptr;
+    double sampleRate_;
     std::shared_ptr<MicBridge> bridge_;
-    std::atomic<CaptureListener*> listener_{nullptr};
-    bool running_ = false;
-    bool closing_ = true;  // guarded by the loop lock; true until the stream is ready and again when closing
+    // Slots are published with release and read with acquire, so a listener's
+    // own setup is visible to the audio thread before its first block.
+    std::array<std::atomic<CaptureListener*>, kMaxListeners> listeners_{};
+    std::unique_ptr<AudioStream> stream_;  // last: closed first
 };
 
 }  // namespace parlova

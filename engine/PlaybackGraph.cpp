@@ -31,8 +31,8 @@ private:
     long long afterEnd_ = 0;
 };
 
-PlaybackGraph::PlaybackGraph(std::unique_ptr<AudioFileReader> file, uint32_t output, const Voice& voice,
-                             BlockHandler meterTap)
+PlaybackGraph::PlaybackGraph(AudioBackend& backend, std::unique_ptr<AudioFileReader> file, const DeviceEntry& output,
+                             const Voice& voice, BlockHandler meterTap, const StreamFaults& faults)
     : file_(std::move(file)) {
     const AudioFormat fileFormat = file_->format();
     meterRelay_ = std::make_unique<TapRelay>(1, 1024, [tap = std::move(meterTap)](const float* const* ch, int, int n) {
@@ -41,21 +41,15 @@ PlaybackGraph::PlaybackGraph(std::unique_ptr<AudioFileReader> file, uint32_t out
     // The shifter's 75 ms block plus a short reverb tail.
     player_ = std::make_unique<Player>(*file_, finished_, static_cast<long long>(0.4 * fileFormat.sampleRate));
     chain_ = std::make_shared<VoiceChain>(voice, player_.get(), fileFormat);
-    renderer_ = std::make_unique<ChainOutput>(*chain_, *meterRelay_);
-    output_ = std::make_unique<DeviceOutput>(output, AudioFormat{fileFormat.sampleRate, 2}, renderer_.get());
-    connect(output_.get(), &DeviceOutput::deviceLost, this, &PlaybackGraph::deviceLost);
-    connect(output_.get(), &DeviceOutput::failed, this, &PlaybackGraph::failed);
+    stage_ = std::make_unique<EffectVoiceStage>(chain_);
+    renderer_ = std::make_unique<ChainOutput>(*stage_, *meterRelay_, fileFormat.sampleRate);
+    output_ = backend.openOutput(output, AudioFormat{fileFormat.sampleRate, 2}, *renderer_, 0.05, faults);
 }
 
-PlaybackGraph::~PlaybackGraph() {
-    stop();
-    output_.reset();
-}
+PlaybackGraph::~PlaybackGraph() { output_.reset(); }
 
 void PlaybackGraph::start() { output_->start(); }
 
-void PlaybackGraph::stop() {
-    if (output_) output_->stop();
-}
+void PlaybackGraph::stop() { output_->stop(); }
 
 }  // namespace parlova

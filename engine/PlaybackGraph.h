@@ -1,13 +1,12 @@
 #pragma once
-// Plays a clip through a voice chain on an output device. The file is decoded
-// up front; the output device's I/O thread pulls the chain. `finished()` turns
-// true once the whole clip (and the chain's delay) has been played out.
+// Plays a clip through a voice chain on an output device. The output device's
+// audio thread pulls the chain. `finished()` turns true once the whole clip
+// (and the chain's delay) has been played out. Built, started, stopped and
+// destroyed on a job thread; faults arrive on the audio thread.
+#include "devices/AudioBackend.h"
 #include "engine/AudioFile.h"
-#include "engine/DeviceOutput.h"
 #include "engine/TapRelay.h"
-#include "engine/VoiceChain.h"
-
-#include <QObject>
+#include "engine/VoiceStage.h"
 
 #include <atomic>
 #include <functional>
@@ -15,23 +14,19 @@
 
 namespace parlova {
 
-class PlaybackGraph : public QObject {
-    Q_OBJECT
+class PlaybackGraph {
 public:
     using BlockHandler = std::function<void(const float* mono, int frames)>;
 
     // Throws VoiceEngineError.
-    PlaybackGraph(std::unique_ptr<AudioFileReader> file, uint32_t output, const Voice& voice, BlockHandler meterTap);
-    ~PlaybackGraph() override;
+    PlaybackGraph(AudioBackend& backend, std::unique_ptr<AudioFileReader> file, const DeviceEntry& output,
+                  const Voice& voice, BlockHandler meterTap, const StreamFaults& faults);
+    ~PlaybackGraph();
 
     void start();
     void stop();
     bool finished() const { return finished_.load(std::memory_order_acquire); }
     std::shared_ptr<VoiceChain> chain() const { return chain_; }
-
-signals:
-    void deviceLost();
-    void failed(const QString& message);
 
 private:
     class Player;
@@ -40,8 +35,9 @@ private:
     std::unique_ptr<TapRelay> meterRelay_;
     std::unique_ptr<Player> player_;
     std::shared_ptr<VoiceChain> chain_;
+    std::unique_ptr<EffectVoiceStage> stage_;
     std::unique_ptr<AudioSource> renderer_;
-    std::unique_ptr<DeviceOutput> output_;
+    std::unique_ptr<AudioStream> output_;
 };
 
 }  // namespace parlova

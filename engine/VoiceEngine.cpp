@@ -1,43 +1,57 @@
 #include "engine/VoiceEngine.h"
 
-#include "devices/pulse/PulseEvents.h"
-#include "engine/AudioFile.h"
-
-#include <QMetaObject>
+#include <QCoreApplication>
+#include <QEvent>
 #include <QPointer>
 
 namespace parlova {
 
-VoiceEngine::VoiceEngine(QSettings* settings, QObject* parent)
-    : QObject(parent), settings_(settings), voice_(Voice::builtIns().front()), meter_(this) {
-    if (settings_ == nullptr) {
-        ownedSettings_ = std::make_unique<QSettings>();
-        settings_ = ownedSettings_.get();
-    }
+VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, QObject* parent)
+    : QObject(parent), settings_(settings), backend_(backend), jobs_(BackendJobs::shared()),
+      voice_(Voice::builtIns().front()), meter_(this),
+      call_(settings ? *settings : *(ownedSettings_ = std::make_unique<QSettings>()), backend, jobs_, this),
+      live_(backend, jobs_, this),
+      clip_(backend, jobs_, chains_, [this](float level) { feedMeter(level); }, this) {
+    if (settings_ == nullptr) settings_ = ownedSettings_.get();
     clockStart_ = std::chrono::steady_clock::now();
-    modulator_ = std::make_unique<Modulator>(clockStart_, [this](double t) { chains_.modulate(t); });
     inputUID_ = settings_->value(kInputDeviceKey).toString();
     outputUID_ = settings_->value(kOutputDeviceKey).toString();
-    // Queued, so that a lost server is known before the watcher's reports are handled.
-    connect(&deviceWatcher_, &DeviceWatcher::deviceLost, this, [this](uint32_t) { liveDeviceLost(); },
-            Qt::QueuedConnection);
-    connect(&pulse::PulseEvents::instance(), &pulse::PulseEvents::serverLost, this, [this] { serverLost_ = true; });
-    connect(&pulse::PulseEvents::instance(), &pulse::PulseEvents::serverBack, this, [this] { serverLost_ = false; });
-    playbackPoll_.setInterval(50);
-    connect(&playbackPoll_, &QTimer::timeout, this, &VoiceEngine::pollPlayback);
+
+    connect(&live_, &LiveSession::started, this, &VoiceEngine::liveRouteStarted);
+    connect(&live_, &LiveSession::startFailed, this, &VoiceEngine::liveStartFailed);
+    connect(&live_, &LiveSession::stopped, this, &VoiceEngine::liveStopped);
+    connect(&live_, &LiveSession::startingChanged, this, &VoiceEngine::isStartingLiveChanged);
+    connect(&clip_, &ClipSession::clipChanged, this, &VoiceEngine::clipChanged);
+    connect(&clip_, &ClipSession::exportingChanged, this, &VoiceEngine::isExportingChanged);
+    connect(&clip_, &ClipSession::exportProgressChanged, this, &VoiceEngine::exportProgressChanged);
+    connect(&clip_, &ClipSession::exportFinished, this, &VoiceEngine::exportFinished);
+    connect(&clip_, &ClipSession::failed, this, &VoiceEngine::setErrorMessage);
+    connect(&clip_, &ClipSession::playingChanged, this, [this] {
+        ensureModulator();
+        if (!clip_.isPlaying() && !live_.isRunning()) meter_.reset();
+        emit playingChanged();
+    });
+
     // An earlier run may have left the virtual mic as the system microphone.
-    restoreSystemMic();
+    call_.restoreSystemMic();
     pitchTimer_.setInterval(250);
     connect(&pitchTimer_, &QTimer::timeout, this, &VoiceEngine::publishDetectedPitch);
     pitchTimer_.start();
 }
 
 VoiceEngine::~VoiceEngine() {
-    stopPlayback();
-    if (isRecording_) finishRecording();
+    clip_.stopPlayback();
+    if (isRecording_) clip_.finishRecording();
     tearDownLive();  // also gives the real microphone back
-    if (exportThread_.joinable()) exportThread_.join();
+    // Let the server take the microphone back (bounded: it may not answer),
+    // then apply what it answered.
+    if (backend_ && jobs_.waitIdle(kShutdownWait)) QCoreApplication::sendPostedEvents(&call_, QEvent::MetaCall);
     modulator_.reset();
+}
+
+void VoiceEngine::ensureModulator() {
+    // The modulator thread is only needed once a chain runs in real time.
+    if (!modulator_) modulator_ = std::make_unique<Modulator>(clockStart_, [this](double t) { chains_.modulate(t); });
 }
 
 void VoiceEngine::set(const Voice& voice) {
@@ -67,73 +81,6 @@ void VoiceEngine::setErrorMessage(const QString& message) {
     emit errorMessageChanged();
 }
 
-bool VoiceEngine::loadClip(const QString& path) {
-    try {
-        auto reader = AudioFileReader::open(path.toStdString());
-        clipDuration_ = static_cast<double>(reader->frameLength()) / reader->format().sampleRate;
-        clipURL_ = path;
-        emit clipChanged();
-        return true;
-    } catch (const VoiceEngineError& error) {
-        setErrorMessage(QString(kCouldNotOpenPrefix) + QString::fromStdString(error.errorDescription()));
-        return false;
-    }
-}
-
-void VoiceEngine::setExporting(bool on) {
-    if (isExporting_ == on) return;
-    isExporting_ = on;
-    emit isExportingChanged();
-}
-
-bool VoiceEngine::exportClipAndWait(const QString& destination, const RenderProgress& progress) {
-    if (clipURL_.isEmpty() || isExporting_) return false;
-    setExporting(true);
-    bool ok = true;
-    try {
-        renderOffline(clipURL_.toStdString(), destination.toStdString(), effectiveVoice(), progress);
-    } catch (const VoiceEngineError& error) {
-        setErrorMessage(QString(kExportFailedPrefix) + QString::fromStdString(error.errorDescription()));
-        ok = false;
-    }
-    setExporting(false);
-    emit exportFinished(destination, ok);
-    return ok;
-}
-
-bool VoiceEngine::exportClip(const QString& destination) {
-    if (clipURL_.isEmpty() || isExporting_) return false;
-    if (exportThread_.joinable()) exportThread_.join();
-    setExporting(true);
-    exportProgress_ = 0;
-    emit exportProgressChanged();
-    const std::string source = clipURL_.toStdString();
-    const Voice voice = effectiveVoice();
-    QPointer<VoiceEngine> self(this);
-    exportThread_ = std::thread([self, source, destination, voice] {
-        QString failure;
-        try {
-            renderOffline(source, destination.toStdString(), voice, [self](double fraction) {
-                QMetaObject::invokeMethod(self, [self, fraction] {
-                    if (!self) return;
-                    self->exportProgress_ = fraction;
-                    emit self->exportProgressChanged();
-                });
-                return true;
-            });
-        } catch (const VoiceEngineError& error) {
-            failure = QString(kExportFailedPrefix) + QString::fromStdString(error.errorDescription());
-        }
-        QMetaObject::invokeMethod(self, [self, failure, destination] {
-            if (!self) return;
-            if (!failure.isEmpty()) self->setErrorMessage(failure);
-            self->setExporting(false);
-            emit self->exportFinished(destination, failure.isEmpty());
-        });
-    });
-    return true;
-}
-
 void VoiceEngine::publishDetectedPitch() {
     float detected = 0;
     if (auto live = chains_.live())
@@ -144,6 +91,170 @@ void VoiceEngine::publishDetectedPitch() {
         detectedPitch_ = detected;
         emit detectedPitchChanged();
     }
+}
+
+void VoiceEngine::feedMeter(float level) {
+    if (live_.isRunning() || clip_.isPlaying()) meter_.update(level);
+}
+
+// Live mode.
+
+void VoiceEngine::setLive(bool on) {
+    if (isLive_ == on) return;
+    isLive_ = on;
+    emit liveStateChanged();
+}
+
+void VoiceEngine::toggleLive() {
+    // The sound server has no permission prompt: a refused microphone shows up
+    // as a failed start with its own sentence.
+    setLive(!isLive_);
+    updateLiveEngine();
+}
+
+void VoiceEngine::updateLiveEngine() {
+    if (!isLive_ && !isRecording_) {
+        tearDownLive();
+        return;
+    }
+    const bool wantCall = callMode_ && isLive_;
+    if (live_.isRunning() && live_.graph()->route().isCall != wantCall) tearDownLive();
+    if (!live_.isRunning() && !live_.isStarting()) startLive();
+    live_.setAudible(isLive_);
+}
+
+LiveSession::Request VoiceEngine::liveRequest() {
+    LiveSession::Request request;
+    request.route.isCall = callMode_ && isLive_;
+    request.route.hearMyself = hearMyself_;
+    request.route.inputUID = inputUID_;
+    request.route.outputUID = outputUID_;
+    request.route.savedMicUID = call_.savedMic();
+    request.stage = EffectVoiceStage::factory(effectiveVoice());
+    request.recordTap = [sink = clip_.sink()](const float* mono, int frames) { sink->write(&mono, frames); };
+    QPointer<VoiceEngine> self(this);
+    request.meterTap = [self](const float* mono, int frames) {
+        const float level = LevelMonitor::rms(mono, frames);
+        QMetaObject::invokeMethod(self, [self, level] {
+            if (self) self->feedMeter(level);
+        });
+    };
+    request.audible = isLive_;
+    return request;
+}
+
+void VoiceEngine::startLive() {
+    live_.start([this] { return liveRequest(); });
+}
+
+void VoiceEngine::liveRouteStarted() {
+    LiveGraph* graph = live_.graph();
+    if (graph->route().isCall != (callMode_ && isLive_)) {
+        // Call mode changed while the route was starting: build it again.
+        tearDownLive();
+        updateLiveEngine();
+        return;
+    }
+    ensureModulator();
+    chains_.setLive(graph->chain());
+    applyVoiceToChains();  // edits made while the route was starting
+    graph->setAudible(isLive_);
+    if (graph->route().isCall) call_.useVirtualCableAsSystemMic(live_.startTable());
+    if (isRecording_) clip_.openRecordingFile(graph->recordingFormat());
+    emit liveStarted();
+}
+
+void VoiceEngine::liveStartFailed(const QString& message) {
+    setErrorMessage(message);
+    setLive(false);
+    if (isRecording_)
+        finishRecording();
+    else
+        updateLiveEngine();
+}
+
+void VoiceEngine::liveStopped(const QString& message) {
+    chains_.setLive(nullptr);
+    if (isRecording_) finishRecording();
+    setLive(false);
+    setErrorMessage(message);
+    updateLiveEngine();
+}
+
+void VoiceEngine::tearDownLive() {
+    const bool wasUp = live_.isRunning() || live_.isStarting();
+    live_.tearDown();
+    chains_.setLive(nullptr);
+    if (wasUp || call_.switchedDefaultInput()) call_.restoreSystemMic();
+    if (!clip_.isPlaying()) meter_.reset();
+}
+
+void VoiceEngine::restartForDeviceChange() {
+    if (clip_.isPlaying()) clip_.stopPlayback();
+    if (isRecording_) finishRecording();
+    tearDownLive();
+    updateLiveEngine();
+}
+
+void VoiceEngine::setInputUID(const QString& uid, bool remember) {
+    if (inputUID_ == uid) return;
+    inputUID_ = uid;
+    if (remember && uid.isEmpty()) settings_->remove(kInputDeviceKey);
+    else if (remember) settings_->setValue(kInputDeviceKey, uid);
+    emit devicesChosen();
+    restartForDeviceChange();
+}
+
+void VoiceEngine::setOutputUID(const QString& uid, bool remember) {
+    if (outputUID_ == uid) return;
+    outputUID_ = uid;
+    if (remember && uid.isEmpty()) settings_->remove(kOutputDeviceKey);
+    else if (remember) settings_->setValue(kOutputDeviceKey, uid);
+    emit devicesChosen();
+    restartForDeviceChange();
+}
+
+void VoiceEngine::setCallMode(bool on) {
+    if (callMode_ == on) return;
+    callMode_ = on;
+    emit callModeChanged();
+    updateLiveEngine();
+}
+
+void VoiceEngine::setHearMyself(bool on) {
+    if (hearMyself_ == on) return;
+    hearMyself_ = on;
+    emit hearMyselfChanged();
+    // The monitor is part of the route: rebuild a running call route.
+    if (live_.isRunning() && live_.graph()->route().isCall) {
+        tearDownLive();
+        updateLiveEngine();
+    }
+}
+
+// Recording.
+
+void VoiceEngine::setRecording(bool on) {
+    if (isRecording_ == on) return;
+    isRecording_ = on;
+    emit recordingChanged();
+}
+
+void VoiceEngine::toggleRecording() {
+    if (isRecording_) {
+        finishRecording();
+        return;
+    }
+    clip_.beginRecording();
+    setRecording(true);
+    updateLiveEngine();  // the live input runs (muted) even when live mode is off
+    if (live_.isRunning()) clip_.openRecordingFile(live_.graph()->recordingFormat());
+}
+
+void VoiceEngine::finishRecording() {
+    setRecording(false);
+    clip_.finishRecording();
+    updateLiveEngine();
 }
 
 }  // namespace parlova

@@ -1,15 +1,21 @@
 #pragma once
-// The voice engine: the current voice, the clip (load, export, offline render),
-// the modulator that drives every active chain, the level meter and the
-// detected pitch. All published state lives on the main thread.
-#include "devices/AudioDeviceList.h"
+// The voice engine: the one published object the views and the command line
+// see. It owns the selected voice and the published flags, and delegates the
+// work to parts with one job each: the clip (open, export, record, play), the
+// live route (start with retries, device watching, tear-down) and call mode
+// (the system microphone). The modulator drives every active chain.
+//
+// Main thread only. Nothing here waits on the sound server: requests run on
+// the backend's job thread and complete through queued calls. An engine made
+// without a backend (for offline rendering) never touches a sound server.
+#include "devices/AudioBackend.h"
+#include "devices/BackendJobs.h"
 #include "engine/ActiveChains.h"
-#include "engine/RecordingSink.h"
+#include "engine/CallMode.h"
+#include "engine/ClipSession.h"
 #include "engine/LevelMonitor.h"
+#include "engine/LiveSession.h"
 #include "engine/Modulator.h"
-#include "engine/LiveGraph.h"
-#include "engine/OfflineRenderer.h"
-#include "engine/PlaybackGraph.h"
 #include "voices/Voice.h"
 
 #include <QObject>
@@ -17,11 +23,8 @@
 #include <QString>
 #include <QTimer>
 
-#include <atomic>
 #include <chrono>
 #include <memory>
-#include <optional>
-#include <thread>
 
 namespace parlova {
 
@@ -35,6 +38,7 @@ class VoiceEngine : public QObject {
     Q_PROPERTY(double exportProgress READ exportProgress NOTIFY exportProgressChanged)
     Q_PROPERTY(float detectedPitch READ detectedPitch NOTIFY detectedPitchChanged)
     Q_PROPERTY(bool isLive READ isLive NOTIFY liveStateChanged)
+    Q_PROPERTY(bool isStartingLive READ isStartingLive NOTIFY isStartingLiveChanged)
     Q_PROPERTY(bool isRecording READ isRecording NOTIFY recordingChanged)
     Q_PROPERTY(bool isPlaying READ isPlaying NOTIFY playingChanged)
     Q_PROPERTY(bool callMode READ callMode WRITE setCallMode NOTIFY callModeChanged)
@@ -43,22 +47,16 @@ class VoiceEngine : public QObject {
     Q_PROPERTY(QString outputUID READ outputUID WRITE setOutputUID NOTIFY devicesChosen)
 
 public:
-    static constexpr const char* kCouldNotOpenPrefix = "Couldn't open that audio file: ";
-    static constexpr const char* kExportFailedPrefix = "Export failed: ";
-    static constexpr const char* kDisconnectedMessage =
-        "An audio device in use was disconnected (for example, headphones unplugged), so Live was stopped. "
-        "Press Talk Live to continue.";
-    static constexpr const char* kNoDevicesMessage = "No microphone or output device is available.";
-    static constexpr const char* kCallNeedsVirtualMicMessage =
-        "Call mode needs the virtual mic. Press Install Virtual Mic in the Calls section, then try again.";
     static constexpr const char* kInputDeviceKey = "inputDeviceUID";
     static constexpr const char* kOutputDeviceKey = "outputDeviceUID";
-    static constexpr const char* kMicBeforeCallModeKey = "micBeforeCallMode";
-    static constexpr int kLiveAttempts = 3;
-    static constexpr int kRetryDelayMs = 400;
+    static constexpr const char* kMicBeforeCallModeKey = CallMode::kMicBeforeCallModeKey;
+    // How long destruction waits for the server to take the real microphone back.
+    static constexpr std::chrono::milliseconds kShutdownWait{2000};
 
-    // Uses the given settings, or the application's standard settings when null.
-    explicit VoiceEngine(QSettings* settings = nullptr, QObject* parent = nullptr);
+    // Uses the given settings (the application's standard settings when null)
+    // and sound server (none: live, recording and playback are unavailable).
+    explicit VoiceEngine(QSettings* settings = nullptr, AudioBackend* backend = &AudioBackend::system(),
+                         QObject* parent = nullptr);
     ~VoiceEngine() override;
 
     // The selected voice, applied to every running chain at once.
@@ -67,43 +65,47 @@ public:
 
     bool bypass() const { return bypass_; }
     void setBypass(bool on);
+    // The voice the chains carry: natural with bypass, else the selected one.
+    Voice effectiveVoice() const;
 
-    QString clipURL() const { return clipURL_; }
-    double clipDuration() const { return clipDuration_; }
+    QString clipURL() const { return clip_.clipURL(); }
+    double clipDuration() const { return clip_.clipDuration(); }
     // Opens a file as the clip. On failure the message is published and the
     // previous clip stays; returns whether it worked.
-    bool loadClip(const QString& path);
+    bool loadClip(const QString& path) { return clip_.load(path); }
 
     QString errorMessage() const { return errorMessage_; }
     void setErrorMessage(const QString& message);
 
-    bool isExporting() const { return isExporting_; }
-    double exportProgress() const { return exportProgress_; }
-    // Renders the clip through the selected voice (natural with bypass) into
-    // `destination` on a background thread; emits exportFinished. Ignored
-    // without a clip or while an export runs.
-    bool exportClip(const QString& destination);
-    // The same render on the calling thread, for headless use. Returns whether
-    // it worked; a failure is published as errorMessage.
-    bool exportClipAndWait(const QString& destination, const RenderProgress& progress = {});
+    bool isExporting() const { return clip_.isExporting(); }
+    double exportProgress() const { return clip_.exportProgress(); }
+    // Renders the clip through the effective voice into `destination` on a
+    // background thread; emits exportFinished. Ignored without a clip or while
+    // an export runs.
+    bool exportClip(const QString& destination) { return clip_.exportClip(destination, effectiveVoice()); }
+    // The same render on the calling thread, for headless use.
+    bool exportClipAndWait(const QString& destination, const RenderProgress& progress = {}) {
+        return clip_.exportClipAndWait(destination, effectiveVoice(), progress);
+    }
 
     float detectedPitch() const { return detectedPitch_; }
     LevelMonitor& meter() { return meter_; }
     ActiveChains& activeChains() { return chains_; }
 
-    // The voice the chains carry: natural with bypass, else the selected one.
-    Voice effectiveVoice() const;
-
     // Live mode.
     bool isLive() const { return isLive_; }
-    bool isStartingLive() const { return isStartingLive_; }
+    bool isStartingLive() const { return live_.isStarting(); }
     void toggleLive();
     // Reconciles the running route with the published flags.
     void updateLiveEngine();
     // Stops playback and recording, tears live down and starts it again as wanted.
     void restartForDeviceChange();
-    bool liveIsCall() const { return liveIsCall_; }
-    const LiveGraph* liveGraph() const { return live_.get(); }
+    bool liveIsCall() const { return live_.graph() && live_.graph()->route().isCall; }
+    const LiveGraph* liveGraph() const { return live_.graph(); }
+    // Microphone to output as far as the engine can tell (0 while down).
+    double liveDelaySeconds() const { return live_.graph() ? live_.graph()->delaySeconds() : 0.0; }
+    // The scheduling the audio thread got.
+    RealtimeGrant realtimeGrant() const { return backend_ ? backend_->realtimeGrant() : RealtimeGrant::unknown; }
 
     // Device choices (empty = the system default), kept in the settings.
     QString inputUID() const { return inputUID_; }
@@ -117,24 +119,14 @@ public:
     void setCallMode(bool on);
     bool hearMyself() const { return hearMyself_; }
     void setHearMyself(bool on);
-    // The microphone live mode captures: the chosen physical input, else the real system mic.
-    std::optional<uint32_t> physicalMic() const;
-    // The system default input when it is a real microphone, else the saved one, else the first.
-    std::optional<uint32_t> realSystemMic() const;
-    bool isCableSystemMic() const;
-    void useVirtualCableAsSystemMic();
-    // Puts the real microphone back as the system default when this run (or an
-    // earlier one) left the virtual mic there.
-    void restoreSystemMic();
-    // The devices of a live start; throws VoiceEngineError with the user's sentence.
-    LiveRoute liveRouting() const;
+    CallMode& callModePart() { return call_; }
 
     // Recording and playback of the clip.
     bool isRecording() const { return isRecording_; }
     void toggleRecording();
-    bool isPlaying() const { return isPlaying_; }
-    void startPlayback();
-    void stopPlayback();
+    bool isPlaying() const { return clip_.isPlaying(); }
+    void startPlayback() { clip_.play(effectiveVoice(), outputUID_); }
+    void stopPlayback() { clip_.stopPlayback(); }
 
 signals:
     void bypassChanged();
@@ -146,66 +138,53 @@ signals:
     void voiceChanged();
     void exportFinished(const QString& destination, bool succeeded);
     void liveStateChanged();
+    void isStartingLiveChanged();
     void recordingChanged();
     void playingChanged();
     void callModeChanged();
     void hearMyselfChanged();
     void devicesChosen();
+    // The live route runs (after a start, or a rebuild).
+    void liveStarted();
 
 private:
-    void startLive(int attempt);
+    void startLive();
     void tearDownLive();
     void setLive(bool on);
-    void liveDeviceLost();
-    void stopLiveWithError(const QString& message);
+    void liveStopped(const QString& message);
+    void liveStartFailed(const QString& message);
+    void liveRouteStarted();
     void setRecording(bool on);
-    void beginRecording();
-    void openRecordingFileIfNeeded();
     void finishRecording();
-    void play(const QString& path, const Voice& voice);
-    void pollPlayback();
     void feedMeter(float level);
     void applyVoiceToChains();
     void publishDetectedPitch();
-    void setExporting(bool on);
+    void ensureModulator();
+    LiveSession::Request liveRequest();
 
     QSettings* settings_;
     std::unique_ptr<QSettings> ownedSettings_;
+    AudioBackend* backend_;
+    BackendJobs& jobs_;
     Voice voice_;
     bool bypass_ = false;
-    QString clipURL_;
-    double clipDuration_ = 0;
     QString errorMessage_;
-    bool isExporting_ = false;
-    double exportProgress_ = 0;
     float detectedPitch_ = 0;
     LevelMonitor meter_;
     ActiveChains chains_;
     std::chrono::steady_clock::time_point clockStart_;
     std::unique_ptr<Modulator> modulator_;
     QTimer pitchTimer_;
-    std::thread exportThread_;
 
     bool isLive_ = false;
-    bool isStartingLive_ = false;
-    bool liveIsCall_ = false;
-    bool switchedDefaultInput_ = false;
     bool callMode_ = false;
     bool hearMyself_ = false;
-    QString inputUID_, outputUID_;
-    std::unique_ptr<LiveGraph> live_;
-    DeviceWatcher deviceWatcher_;
-    std::optional<AudioFormat> liveRecordingFormat_;
-    int liveGeneration_ = 0;  // invalidates retries scheduled for an earlier start
-    bool serverLost_ = false;  // the sound server went away (every device with it)
-
     bool isRecording_ = false;
-    QString recordingURL_;
-    std::shared_ptr<RecordingSink> sink_ = std::make_shared<RecordingSink>();
+    QString inputUID_, outputUID_;
 
-    bool isPlaying_ = false;
-    std::unique_ptr<PlaybackGraph> playback_;
-    QTimer playbackPoll_;
+    CallMode call_;
+    LiveSession live_;
+    ClipSession clip_;
 };
 
 }  // namespace parlova

@@ -3,6 +3,8 @@
 // whole process. Every query is synchronous and reads the server afresh; the
 // connection is made on first use and made again after the server went away.
 // Queries may come from any thread except the connection's own loop thread.
+#include "devices/AudioBackend.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -15,7 +17,7 @@ namespace parlova::pulse {
 
 class PulseLoop;
 
-enum class PortKind { unknown, speaker, headphones, other };
+using parlova::PortKind;
 
 struct SourceInfo {
     uint32_t index = 0;
@@ -50,11 +52,7 @@ struct ServerSnapshot {
     std::string serverName;  // "pulseaudio", or "PulseAudio (on PipeWire ...)"
 };
 
-struct ModuleInfo {
-    uint32_t index = 0;
-    std::string name;
-    std::string argument;
-};
+using parlova::ModuleInfo;
 
 // Kinds of objects and events the subscription reports.
 enum class Facility { sink, source, server, other };

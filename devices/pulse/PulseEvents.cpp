@@ -1,5 +1,6 @@
 #include "devices/pulse/PulseEvents.h"
 
+#include "devices/BackendJobs.h"
 #include "devices/pulse/PulseControl.h"
 
 #include <QCoreApplication>
@@ -21,15 +22,35 @@ PulseEvents::PulseEvents() {
     reconnect_.setInterval(kReconnectMs);
     connect(&reconnect_, &QTimer::timeout, this, &PulseEvents::tryReconnect);
 
-    PulseControl::shared().subscribe(
-        [this](Facility facility, Change change, uint32_t index) {
-            QMetaObject::invokeMethod(
-                this, [this, facility, change, index] { handle(static_cast<int>(facility), static_cast<int>(change), index); },
-                Qt::QueuedConnection);
+    auto handler = [this](Facility facility, Change change, uint32_t index) {
+        QMetaObject::invokeMethod(
+            this, [this, facility, change, index] { handle(static_cast<int>(facility), static_cast<int>(change), index); },
+            Qt::QueuedConnection);
+    };
+    auto onLost = [this] { QMetaObject::invokeMethod(this, [this] { lost(); }, Qt::QueuedConnection); };
+    connecting_ = true;
+    BackendJobs::shared().request(
+        this,
+        [handler, onLost] {
+            PulseControl::shared().subscribe(handler, onLost);
+            return PulseControl::shared().connect();
         },
-        [this] { QMetaObject::invokeMethod(this, [this] { lost(); }, Qt::QueuedConnection); });
-    connected_ = PulseControl::shared().connect();
-    if (!connected_) reconnect_.start();
+        [this](bool ok) { connected(ok); });
+}
+
+void PulseEvents::connected(bool ok) {
+    connecting_ = false;
+    const bool wasConnected = connected_;
+    connected_ = ok;
+    if (!ok) {
+        reconnect_.start();
+        return;
+    }
+    reconnect_.stop();
+    if (wasConnected) return;
+    emit serverBack();
+    emit devicesChanged();
+    emit defaultsChanged();
 }
 
 void PulseEvents::handle(int facility, int change, uint32_t index) {
@@ -60,19 +81,17 @@ void PulseEvents::flush() {
 void PulseEvents::lost() {
     if (!connected_) return;
     connected_ = false;
-    PulseControl::shared().disconnect();
+    BackendJobs::shared().post([] { PulseControl::shared().disconnect(); });
     emit serverLost();
     emit devicesChanged();
     reconnect_.start();
 }
 
 void PulseEvents::tryReconnect() {
-    if (!PulseControl::shared().connect()) return;
-    reconnect_.stop();
-    connected_ = true;
-    emit serverBack();
-    emit devicesChanged();
-    emit defaultsChanged();
+    if (connecting_) return;  // the previous try is still waiting for the server
+    connecting_ = true;
+    BackendJobs::shared().request(this, [] { return PulseControl::shared().connect(); },
+                                  [this](bool ok) { connected(ok); });
 }
 
 }  // namespace parlova::pulse

@@ -1,8 +1,38 @@
 #include "devices/pulse/StreamLoop.h"
 
+#include "devices/pulse/Realtime.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <mutex>
 
 namespace parlova::pulse {
+namespace {
+
+std::atomic<RealtimeGrant> grant{RealtimeGrant::unknown};
+
+// The kernel id of the loop's thread, read on that thread.
+pid_t loopThreadId(const PulseLoop& loop) {
+    struct Ask {
+        const PulseLoop* loop;
+        pid_t tid = 0;
+    } ask{&loop};
+    PulseLoop::Lock lock(loop);
+    pa_mainloop_api_once(
+        pa_threaded_mainloop_get_api(loop.loop()),
+        [](pa_mainloop_api*, void* userdata) {
+            auto* a = static_cast<Ask*>(userdata);
+            a->tid = static_cast<pid_t>(syscall(SYS_gettid));
+            a->loop->signal();
+        },
+        &ask);
+    loop.waitFor([&ask] { return ask.tid != 0; });
+    return ask.tid;
+}
+
+}  // namespace
 
 std::shared_ptr<PulseLoop> sharedStreamLoop(int* error) {
     static std::mutex mutex;
@@ -14,47 +44,11 @@ std::shared_ptr<PulseLoop> sharedStreamLoop(int* error) {
         if (error) *error = loop->error() ? loop->error() : PA_ERR_CONNECTIONREFUSED;
         return nullptr;
     }
+    grant = makeRealtime(loopThreadId(*loop));
     current = loop;
     return loop;
 }
 
-bool waitUntilReady(const PulseLoop& loop, pa_stream* stream) {
-    const bool settled = loop.waitFor([stream] {
-        const auto state = pa_stream_get_state(stream);
-        return state == PA_STREAM_READY || !PA_STREAM_IS_GOOD(state);
-    });
-    return settled && pa_stream_get_state(stream) == PA_STREAM_READY;
-}
-
-bool corkStream(const PulseLoop& loop, pa_stream* stream, bool paused) {
-    PulseLoop::Lock lock(loop);
-    if (!stream || pa_stream_get_state(stream) != PA_STREAM_READY) return false;
-    struct Done {
-        const PulseLoop* loop;
-        bool ok = false;
-    } done{&loop};
-    auto answered = [](pa_stream*, int success, void* userdata) {
-        auto* d = static_cast<Done*>(userdata);
-        d->ok = success != 0;
-        d->loop->signal();
-    };
-    return loop.wait(pa_stream_cork(stream, paused ? 1 : 0, answered, &done)) && done.ok;
-}
-
-void releaseStream(pa_stream*& stream) {
-    if (!stream) return;
-    pa_stream_set_read_callback(stream, nullptr, nullptr);
-    pa_stream_set_write_callback(stream, nullptr, nullptr);
-    pa_stream_set_state_callback(stream, nullptr, nullptr);
-    pa_stream_disconnect(stream);
-    pa_stream_unref(stream);
-    stream = nullptr;
-}
-
-int lastError(const PulseLoop& loop) {
-    PulseLoop::Lock lock(loop);
-    const int error = pa_context_errno(loop.context());
-    return error ? error : PA_ERR_BADSTATE;
-}
+RealtimeGrant streamLoopGrant() { return grant.load(); }
 
 }  // namespace parlova::pulse

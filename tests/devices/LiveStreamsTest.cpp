@@ -1,11 +1,12 @@
-// Microphone capture and device output against the private sound server: a
-// tone fed into the fake microphone arrives at the right pitch and level, a
-// tone rendered into "Speakers" is heard on its monitor, devices unloaded
-// mid-stream are reported on the main thread, and a microphone-to-speakers
-// bridge keeps its delay within bounds for a while (the soak).
-#include "engine/DeviceOutput.h"
+// The sound-server backend's streams against the private server: a tone fed
+// into the fake microphone arrives at the right pitch and level, a tone
+// rendered into "Speakers" is heard on its monitor, devices unloaded
+// mid-stream are reported, and a microphone-to-speakers bridge keeps its
+// delay within bounds without running dry (the soak).
+#include "devices/pulse/PulseBackend.h"
+#include "devices/pulse/PulseStreams.h"
 #include "engine/MicCapture.h"
-#include "engine/VoiceEngineError.h"
+#include "common/VoiceEngineError.h"
 #include "support/MemorySource.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
@@ -52,6 +53,15 @@ void expectTone(const std::vector<float>& got, double hz, double amplitude, doub
     EXPECT_NEAR(toneFrequency(got, 48000, at, 24000), hz, 2.0);
 }
 
+AudioBackend& backend() { return AudioBackend::system(); }
+
+DeviceEntry entry(const std::string& uid) {
+    const auto table = backend().snapshot();
+    if (!table) return {};
+    const DeviceEntry* e = table->find(deviceId(uid));
+    return e ? *e : DeviceEntry{};
+}
+
 std::string refusal(const std::function<void()>& open) {
     try {
         open();
@@ -68,11 +78,10 @@ TEST(MicCapturePulse, ToneFedIntoTheFakeMicArrivesAtItsPitchAndLevel) {
     TempFolder dir;
     ASSERT_TRUE(ta::writeWav(dir.file("tone.wav"), ta::tone(440.0, 1.5, 48000)));
 
-    MicCapture capture(deviceId("fake_mic"), 48000);
-    EXPECT_EQ(capture.sampleRate(), 48000.0);
+    MicCapture capture(backend(), entry("fake_mic"), 48000, {});
     EXPECT_EQ(capture.bridge().cushion(), 960);
     Collector collector(48000 * 6);
-    capture.setListener(&collector);
+    capture.addListener(&collector);
     capture.start();
     {
         MicFeed feed(dir.file("tone.wav"));
@@ -84,69 +93,42 @@ TEST(MicCapturePulse, ToneFedIntoTheFakeMicArrivesAtItsPitchAndLevel) {
     std::vector<float> got(collector.samples.begin(), collector.samples.begin() + static_cast<long>(used));
     ASSERT_GT(got.size(), 48000u);
     expectTone(got, 440.0, 0.5, 0.05);
-    EXPECT_LE(collector.maxBlock.load(), MicCapture::kMaxBlockFrames);
-    // The bridge was fed too, and trimmed itself since nobody read it.
-    EXPECT_LE(capture.bridge().count(), 6 * capture.bridge().cushion());
-    EXPECT_GT(capture.bridge().count(), 0);
+    EXPECT_LE(collector.maxBlock.load(), pulse::PulseCapture::kMaxBlockFrames);
+    EXPECT_GT(capture.bridge().count(), 0);  // the bridge was fed too
 }
 
-TEST(MicCapturePulse, CapturesAtAnotherRateWhenAsked) {
-    PARLOVA_REQUIRE_PULSE();
-    MicCapture capture(deviceId("fake_mic"), 44100);
-    EXPECT_EQ(capture.sampleRate(), 44100.0);
-    EXPECT_EQ(capture.bridge().cushion(), 882);
-    capture.start();
-    EXPECT_TRUE(waitUntil([&] { return capture.bridge().count() >= 882; }, 2000));
-}
-
-TEST(DeviceOutputPulse, FormatIsTheDevicesRateInStereo) {
-    PARLOVA_REQUIRE_PULSE();
-    EXPECT_EQ(DeviceOutput::formatFor(deviceId("speakers")), (AudioFormat{48000, 2}));
-    auto* server = PrivateServer::get();
-    const int module = server->loadModule("module-null-sink", "sink_name=slow rate=22050 channels=1");
-    EXPECT_EQ(DeviceOutput::formatFor(deviceId("slow")), (AudioFormat{22050, 2}));
-    server->unloadModule(module);
-    EXPECT_EQ(DeviceOutput::formatFor(kNoDevice), (AudioFormat{48000, 2}));
-}
-
-TEST(DeviceOutputPulse, ToneRenderedIntoSpeakersIsHeardOnItsMonitor) {
+TEST(LiveStreamsPulse, ToneRenderedIntoSpeakersIsHeardOnItsMonitor) {
     PARLOVA_REQUIRE_PULSE();
     TempFolder dir;
     SineSource sine(660.0, 48000, 0.4f);
-    DeviceOutput output(deviceId("speakers"), DeviceOutput::formatFor(deviceId("speakers")), &sine);
+    auto output = backend().openOutput(entry("speakers"), AudioFormat{48000, 2}, sine, 0.02, {});
     SourceRecorder recorder("speakers.monitor", dir.file("speakers.wav"));
-    output.start();
-    EXPECT_TRUE(output.isRunning());
+    output->start();
     // An idle null sink finishes its current (long) block before it asks the
     // new stream for audio: wait for the first request, then play a second.
-    ASSERT_TRUE(waitUntil([&] { return output.framesRendered() > 0; }, 4000));
-    const uint64_t first = output.framesRendered();
+    ASSERT_TRUE(waitUntil([&] { return sine.maxSlice.load() > 0; }, 4000));
     pump(1000);
-    output.stop();
-    // A null sink hands its monitor audio in blocks as long as its latency:
-    // give the recorder time to get the last one.
+    output->stop();
+    // A null sink hands its monitor audio in blocks as long as its latency.
     pump(1000);
     const auto got = recorder.stop();
     ASSERT_GT(got.size(), 48000u / 2);
     expectTone(got, 660.0, 0.4, 0.04);
-    EXPECT_GT(sine.maxSlice.load(), 0);
-    EXPECT_LE(sine.maxSlice.load(), DeviceOutput::kMaxSliceFrames);
-    EXPECT_GT(output.framesRendered() - first, 40000u);  // real-time pace
-    EXPECT_LT(output.framesRendered() - first, 60000u);
-    EXPECT_EQ(output.renderFailures(), 0u);
+    EXPECT_LE(sine.maxSlice.load(), AudioBackend::kMaxSliceFrames);
+    EXPECT_GT(output->latencySeconds(), 0.0);
 }
 
-TEST(DeviceOutputPulse, FailingRenderSourcePlaysSilence) {
+TEST(LiveStreamsPulse, FailingRenderSourcePlaysSilence) {
     PARLOVA_REQUIRE_PULSE();
     TempFolder dir;
     SineSource sine(660.0, 48000, 0.4f);
     sine.failing = true;
-    DeviceOutput output(deviceId("headphones"), AudioFormat{48000, 2}, &sine);
+    auto output = backend().openOutput(entry("headphones"), AudioFormat{48000, 2}, sine, 0.02, {});
     SourceRecorder recorder("headphones.monitor", dir.file("headphones.wav"));
-    output.start();
-    ASSERT_TRUE(waitUntil([&] { return output.renderFailures() > 0; }, 4000));
+    output->start();
+    ASSERT_TRUE(waitUntil([&] { return sine.maxSlice.load() > 0; }, 4000));
     pump(500);
-    output.stop();
+    output->stop();
     pump(1000);
     const auto got = recorder.stop();
     ASSERT_GT(got.size(), 4800u);
@@ -156,53 +138,43 @@ TEST(DeviceOutputPulse, FailingRenderSourcePlaysSilence) {
 TEST(LiveStreamsPulse, UnknownDevicesAndBadFormatsAreRefused) {
     PARLOVA_REQUIRE_PULSE();
     SineSource sine(440, 48000, 0.1f);
+    Collector collector(16);
     const std::string unavailable = "That audio device isn't available.";
-    EXPECT_EQ(refusal([] { MicCapture capture(kNoDevice); }), unavailable);
-    EXPECT_NE(refusal([] { MicCapture capture(deviceId("speakers")); }), "(opened)");  // output only
-    EXPECT_EQ(refusal([&] { DeviceOutput output(kNoDevice, AudioFormat{48000, 2}, &sine); }), unavailable);
-    EXPECT_EQ(refusal([&] { DeviceOutput output(deviceId("speakers"), AudioFormat{48000, 0}, &sine); })
+    EXPECT_EQ(refusal([&] { backend().openCapture(entry("speakers"), 48000, 0.01, collector, {}); }), unavailable);
+    EXPECT_EQ(refusal([&] { backend().openOutput(DeviceEntry{}, AudioFormat{48000, 2}, sine, 0.02, {}); }),
+              unavailable);
+    EXPECT_EQ(refusal([&] { backend().openOutput(entry("speakers"), AudioFormat{48000, 0}, sine, 0.02, {}); })
                   .rfind("Couldn't set the output format (error ", 0), 0u);
 }
 
-TEST(DeviceOutputPulse, OutputUnloadedMidStreamIsReportedOnTheMainThread) {
+TEST(LiveStreamsPulse, DevicesUnloadedMidStreamAreReportedOnce) {
     PARLOVA_REQUIRE_PULSE();
     auto* server = PrivateServer::get();
-    const int module = server->nullSink("usb_headset", "USB Headset");
+    const int headset = server->nullSink("usb_headset", "USB Headset");
+    const int feed = server->nullSink("usb_feed", "USB Feed", 1);
+    const int mic = server->remapSource("usb_feed", "usb_mic", "USB Mic");
+    std::atomic<int> lost{0}, failed{0};
+    StreamFaults faults{[&] { ++lost; }, [&](const std::string&) { ++failed; }};
     SineSource sine(440, 48000, 0.1f);
-    DeviceOutput output(deviceId("usb_headset"), AudioFormat{48000, 2}, &sine);
-    bool lost = false, failed = false, offMain = false;
-    QObject::connect(&output, &DeviceOutput::deviceLost, [&] {
-        lost = true;
-        offMain = QThread::currentThread() != QCoreApplication::instance()->thread();
-    });
-    QObject::connect(&output, &DeviceOutput::failed, [&](const QString&) { failed = true; });
-    output.start();
+    Collector collector(48000);
+    auto output = backend().openOutput(entry("usb_headset"), AudioFormat{48000, 2}, sine, 0.02, faults);
+    auto capture = backend().openCapture(entry("usb_mic"), 48000, 0.01, collector, faults);
+    output->start();
+    capture->start();
     pump(200);
-    server->unloadModule(module);
-    EXPECT_TRUE(waitUntil([&] { return lost || failed; }, 3000));
-    EXPECT_TRUE(lost);
-    EXPECT_FALSE(offMain);
-    EXPECT_FALSE(output.isRunning());
-}
-
-TEST(MicCapturePulse, MicrophoneUnloadedMidStreamIsReported) {
-    PARLOVA_REQUIRE_PULSE();
-    auto* server = PrivateServer::get();
-    const int sink = server->nullSink("usb_feed", "USB Feed", 1);
-    const int source = server->remapSource("usb_feed", "usb_mic", "USB Mic");
-    MicCapture capture(deviceId("usb_mic"));
-    bool lost = false;
-    QObject::connect(&capture, &MicCapture::deviceLost, [&] { lost = true; });
-    capture.start();
-    pump(100);
-    server->unloadModule(source);
-    EXPECT_TRUE(waitUntil([&] { return lost; }, 3000));
-    server->unloadModule(sink);
+    server->unloadModule(headset);
+    server->unloadModule(mic);
+    EXPECT_TRUE(waitUntil([&] { return lost.load() == 2; }, 3000));
+    pump(200);
+    EXPECT_EQ(lost.load(), 2);
+    EXPECT_EQ(failed.load(), 0);
+    server->unloadModule(feed);
 }
 
 // Microphone -> bridge -> speakers for PARLOVA_SOAK_SECONDS (20 by default):
-// the bridge's backlog, which is the delay it adds, is sampled all along.
-TEST(MicBridgePulse, SoakKeepsTheDelayWithinBounds) {
+// the bridge's backlog, which is the delay it adds, is sampled all along, and
+// the output never finds the bridge empty.
+TEST(MicBridgePulse, SoakKeepsTheDelayWithinBoundsWithoutRunningDry) {
     PARLOVA_REQUIRE_PULSE();
     const char* env = std::getenv("PARLOVA_SOAK_SECONDS");
     const int seconds = env ? std::max(2, std::atoi(env)) : 20;
@@ -210,11 +182,11 @@ TEST(MicBridgePulse, SoakKeepsTheDelayWithinBounds) {
     ASSERT_TRUE(ta::writeWav(dir.file("soak.wav"), ta::tone(220.0, 5.0, 48000, 1, 0.3f)));
     MicFeed feed(dir.file("soak.wav"), true);
 
-    MicCapture capture(deviceId("fake_mic"), 48000);
+    MicCapture capture(backend(), entry("fake_mic"), 48000, {});
     MicBridge& bridge = capture.bridge();
-    DeviceOutput output(deviceId("speakers"), AudioFormat{48000, 2}, &bridge);
+    auto output = backend().openOutput(entry("speakers"), AudioFormat{48000, 2}, bridge, 0.02, {});
     capture.start();
-    output.start();
+    output->start();
     pump(1000);  // priming and the streams settling
     const uint64_t underrunsBefore = bridge.underruns();
     const uint64_t trimsBefore = bridge.trims();
@@ -230,15 +202,15 @@ TEST(MicBridgePulse, SoakKeepsTheDelayWithinBounds) {
         sum += count;
         ++samples;
     }
-    output.stop();
+    output->stop();
     capture.stop();
-    const double meanMs = sum / samples / 48.0;
-    const double maxMs = maxCount / 48.0;
     const uint64_t underruns = bridge.underruns() - underrunsBefore;
     const uint64_t trims = bridge.trims() - trimsBefore;
-    std::printf("soak %d s: bridge delay mean %.1f ms, max %.1f ms, underruns %llu, trims %llu\n", seconds, meanMs,
-                maxMs, static_cast<unsigned long long>(underruns), static_cast<unsigned long long>(trims));
-    EXPECT_LE(maxCount, 6 * bridge.cushion());
-    EXPECT_LE(meanMs, 6 * 20.0);
-    EXPECT_GT(output.framesRendered(), static_cast<uint64_t>(seconds) * 40000u);
+    std::printf("soak %d s: bridge delay mean %.1f ms, max %.1f ms, underruns %llu, trims %llu\n", seconds,
+                sum / samples / 48.0, maxCount / 48.0, static_cast<unsigned long long>(underruns),
+                static_cast<unsigned long long>(trims));
+    EXPECT_EQ(underruns, 0u);
+    // Two clocks from one server drift apart slowly: a trim now and then, not a stream of them.
+    EXPECT_LE(trims, static_cast<uint64_t>(1 + seconds / 30));
+    EXPECT_LE(sum / samples, 4.0 * bridge.cushion());
 }

@@ -4,7 +4,7 @@
 // go away with both install and remove.
 #include "devices/AudioDeviceList.h"
 #include "devices/VirtualMic.h"
-#include "engine/DeviceOutput.h"
+#include "devices/AudioBackend.h"
 #include "support/MemorySource.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
@@ -102,6 +102,7 @@ TEST(VirtualMicPulse, InstallLoadsPersistsAndAnotherClientHearsIt) {
     EXPECT_TRUE(readFile(VirtualMic::pulseConfigPath()).contains(".include /etc/pulse/default.pa"));
 
     devices.refresh();
+    testpulse::waitUntil([&] { return devices.virtualCable().has_value(); }, 3000);
     auto cable = devices.virtualCable();
     ASSERT_TRUE(cable);
     EXPECT_EQ(cable->name, "Parlova Mic");
@@ -113,14 +114,16 @@ TEST(VirtualMicPulse, InstallLoadsPersistsAndAnotherClientHearsIt) {
     // A call app's view: record from "Parlova Mic" while Parlova plays into it.
     testaudio::TempFolder dir;
     testaudio::SineSource sine(330.0, 48000, 0.4f);
-    DeviceOutput output(cable->id, DeviceOutput::formatFor(cable->id), &sine);
+    const auto table = AudioBackend::system().snapshot();
+    ASSERT_TRUE(table && table->find(cable->id));
+    auto output = AudioBackend::system().openOutput(*table->find(cable->id), AudioFormat{48000, 2}, sine, 0.02, {});
     std::vector<float> heard;
     {
         testpulse::SourceRecorder recorder("parlova_mic", dir.file("call.wav"));
-        output.start();
-        ASSERT_TRUE(testpulse::waitUntil([&] { return output.framesRendered() > 0; }, 4000));
+        output->start();
+        ASSERT_TRUE(testpulse::waitUntil([&] { return sine.maxSlice.load() > 0; }, 4000));
         testpulse::pump(1200);
-        output.stop();
+        output->stop();
         testpulse::pump(1000);
         heard = recorder.stop();
     }
@@ -141,7 +144,7 @@ TEST(VirtualMicPulse, InstallLoadsPersistsAndAnotherClientHearsIt) {
     EXPECT_FALSE(status.persisted);
     EXPECT_FALSE(QFile::exists(VirtualMic::pulseConfigPath()));  // we made it, so it went
     devices.refresh();
-    EXPECT_FALSE(devices.virtualCable());
+    EXPECT_TRUE(testpulse::waitUntil([&] { return !devices.virtualCable(); }, 3000));
     EXPECT_EQ(countModules("parlova_mic"), 0);
 }
 

@@ -14,7 +14,6 @@
 // and name, with the source's input channels and the sink's output channels,
 // so playing to it plays into the sink and recording from it records what was
 // played.
-#include "devices/pulse/PulseControl.h"
 
 #include <cstdint>
 #include <optional>
@@ -22,6 +21,9 @@
 #include <vector>
 
 namespace parlova {
+
+// What the active output port says about how the device is heard.
+enum class PortKind { unknown, speaker, headphones, other };
 
 constexpr uint32_t kSinkIdBit = 0x80000000u;
 
@@ -39,7 +41,7 @@ struct DeviceEntry {
     uint32_t sinkIndex = UINT32_MAX;
     uint32_t inputRate = 0;
     uint32_t outputRate = 0;
-    pulse::PortKind outputPort = pulse::PortKind::unknown;
+    PortKind outputPort = PortKind::unknown;
     std::string outputPortName;
     std::string outputFormFactor;
 };
@@ -53,9 +55,5 @@ struct DeviceTable {
     const DeviceEntry* find(uint32_t id) const;
 };
 
-DeviceTable buildDeviceTable(const pulse::ServerSnapshot& snapshot);
-
-// A fresh table from the shared control connection; empty without a server.
-DeviceTable readDeviceTable();
 
 }  // namespace parlova

@@ -1,15 +1,9 @@
-#include "devices/pulse/DeviceTable.h"
+#include "devices/pulse/PulseBackend.h"
 
 #include <unordered_map>
 #include <unordered_set>
 
-namespace parlova {
-
-const DeviceEntry* DeviceTable::find(uint32_t id) const {
-    for (const auto& e : entries)
-        if (e.id == id) return &e;
-    return nullptr;
-}
+namespace parlova::pulse {
 
 namespace {
 
@@ -18,7 +12,7 @@ std::optional<std::string> nonEmpty(const std::string& s) {
     return s;
 }
 
-void takeSinkOutput(DeviceEntry& e, const pulse::SinkInfo& sink) {
+void takeSinkOutput(DeviceEntry& e, const SinkInfo& sink) {
     e.outputChannels = sink.channels;
     e.sinkName = sink.name;
     e.sinkIndex = sink.index;
@@ -30,7 +24,7 @@ void takeSinkOutput(DeviceEntry& e, const pulse::SinkInfo& sink) {
 
 }  // namespace
 
-DeviceTable buildDeviceTable(const pulse::ServerSnapshot& snap) {
+DeviceTable buildDeviceTable(const ServerSnapshot& snap) {
     DeviceTable table;
     table.serverName = snap.serverName;
     std::unordered_map<std::string, size_t> sinkByName;
@@ -57,7 +51,7 @@ DeviceTable buildDeviceTable(const pulse::ServerSnapshot& snap) {
         e.hidden = e.isMonitor;
         if (!e.isMonitor) {
             // A loopback names its sink directly, or reads the monitor of one.
-            const pulse::SinkInfo* sink = nullptr;
+            const SinkInfo* sink = nullptr;
             if (!src.loopbackSink.empty()) {
                 if (auto it = sinkByName.find(src.loopbackSink); it != sinkByName.end()) sink = &snap.sinks[it->second];
             } else if (!src.masterDevice.empty()) {
@@ -91,10 +85,4 @@ DeviceTable buildDeviceTable(const pulse::ServerSnapshot& snap) {
     return table;
 }
 
-DeviceTable readDeviceTable() {
-    auto snap = pulse::PulseControl::shared().snapshot();
-    if (!snap) return {};
-    return buildDeviceTable(*snap);
-}
-
-}  // namespace parlova
+}  // namespace parlova::pulse

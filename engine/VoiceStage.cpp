@@ -1,0 +1,24 @@
+#include "engine/VoiceStage.h"
+
+namespace parlova {
+
+namespace {
+// The shifter works in 60 ms blocks advanced every 15 ms: its output trails
+// its input by about the sum.
+constexpr double kShifterLatencySeconds = 0.06 + 0.015;
+}  // namespace
+
+EffectVoiceStage::EffectVoiceStage(const Voice& voice, AudioSource& input, const AudioFormat& inputFormat)
+    : chain_(std::make_shared<VoiceChain>(voice, &input, inputFormat)) {}
+
+double EffectVoiceStage::latencySeconds() const {
+    return kShifterLatencySeconds + chain_->limiter().latencyFrames() / chain_->format().sampleRate;
+}
+
+VoiceStageFactory EffectVoiceStage::factory(const Voice& voice) {
+    return [voice](AudioSource& input, double sampleRate) -> std::unique_ptr<VoiceStage> {
+        return std::make_unique<EffectVoiceStage>(voice, input, AudioFormat{sampleRate, 1});
+    };
+}
+
+}  // namespace parlova

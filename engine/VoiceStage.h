@@ -1,0 +1,44 @@
+#pragma once
+// The stage of the live route that turns the microphone into the voice the
+// listener hears. The route is capture -> bridge -> voice stage -> output: the
+// effect chain is one voice stage; a cloned voice's stream is another.
+#include "engine/VoiceChain.h"
+
+#include <functional>
+#include <memory>
+
+namespace parlova {
+
+class VoiceStage {
+public:
+    virtual ~VoiceStage() = default;
+    // Audio thread: renders `frames` (at most VoiceChain::kMaxFrames) of
+    // stereo into `out`, pulling its input as it needs.
+    virtual int32_t render(BufferList& out, int frames) noexcept = 0;
+    // The delay the stage adds, in seconds.
+    virtual double latencySeconds() const = 0;
+    // The effect chain inside, for voice edits, modulation and the pitch
+    // readout; null for a stage without one.
+    virtual std::shared_ptr<VoiceChain> chain() const { return nullptr; }
+};
+
+// Builds a stage over the route's input (mono at `sampleRate`). Runs on the
+// thread that builds the route.
+using VoiceStageFactory = std::function<std::unique_ptr<VoiceStage>(AudioSource& input, double sampleRate)>;
+
+// The effect chain as a voice stage.
+class EffectVoiceStage final : public VoiceStage {
+public:
+    EffectVoiceStage(const Voice& voice, AudioSource& input, const AudioFormat& inputFormat);
+    explicit EffectVoiceStage(std::shared_ptr<VoiceChain> chain) : chain_(std::move(chain)) {}
+    int32_t render(BufferList& out, int frames) noexcept override { return chain_->render(out, frames); }
+    double latencySeconds() const override;
+    std::shared_ptr<VoiceChain> chain() const override { return chain_; }
+
+    static VoiceStageFactory factory(const Voice& voice);
+
+private:
+    std::shared_ptr<VoiceChain> chain_;
+};
+
+}  // namespace parlova
