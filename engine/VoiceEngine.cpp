@@ -32,6 +32,9 @@ VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, QObject* pa
         emit playingChanged();
     });
 
+    // Chains run in real time only with a sound server; an engine for offline
+    // rendering (no backend) starts the modulator only if a chain ever plays.
+    if (backend_) ensureModulator();
     // An earlier run may have left the virtual mic as the system microphone.
     call_.restoreSystemMic();
     pitchTimer_.setInterval(250);
