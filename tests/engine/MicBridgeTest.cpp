@@ -40,17 +40,6 @@ bool allZero(const std::vector<float>& v) {
 
 }  // namespace
 
-TEST(MicBridgeSizes, CushionAndCapacityFollowTheRate) {
-    // Capacity: max(8 cushions, half a second).
-    const struct { double rate, seconds; int cushion, capacity; } cases[] = {
-        {48000, 0.02, 960, 24000}, {44100, 0.03, 1323, 22050}, {48000, 0.1, 4800, 38400}};
-    for (const auto& c : cases) {
-        MicBridge bridge(c.rate, c.seconds);
-        EXPECT_EQ(bridge.cushion(), c.cushion) << c.rate << " " << c.seconds;
-        EXPECT_EQ(bridge.capacity(), c.capacity) << c.rate << " " << c.seconds;
-    }
-}
-
 TEST(MicBridgePriming, ReadBeforeAnyWriteIsSilentAndUnprimed) {
     MicBridge bridge(48000, 0.02);
     EXPECT_TRUE(allZero(readMono(bridge, 256)));
