@@ -159,37 +159,6 @@ TEST_F(LiveModePulse, CallModeFeedsTheVirtualMicAndGivesTheRealMicBack) {
     EXPECT_EQ(AudioDeviceList::defaultInputID(), std::optional<uint32_t>(deviceId("fake_mic")));
 }
 
-TEST_F(LiveModePulse, HearMyselfUsesHeadphonesButNeverSpeakers) {
-    VirtualMicModules mic(*PrivateServer::get());
-    VoiceEngine engine(settings.get());
-    engine.setCallMode(true);
-    engine.setHearMyself(true);
-    engine.setOutputUID("speakers", false);
-    engine.toggleLive();
-    ASSERT_TRUE(waitUntil([&] { return engine.liveGraph() != nullptr; }, 3000)) << engine.errorMessage().toStdString();
-    EXPECT_FALSE(engine.liveGraph()->route().monitor.has_value());
-
-    engine.setOutputUID("headphones", false);  // restarts live on the new route
-    ASSERT_TRUE(waitUntil([&] { return engine.liveGraph() != nullptr; }, 3000));
-    ASSERT_TRUE(engine.liveGraph()->route().monitor.has_value());
-    EXPECT_EQ(engine.liveGraph()->route().monitor->id, deviceId("headphones"));
-    EXPECT_EQ(engine.liveGraph()->route().output.id, AudioDeviceList::virtualCableID());
-    engine.toggleLive();
-}
-
-TEST_F(LiveModePulse, CallModeWithoutTheVirtualMicFailsAfterThreeAttempts) {
-    VoiceEngine engine(settings.get());
-    engine.setCallMode(true);
-    const auto start = std::chrono::steady_clock::now();
-    engine.toggleLive();
-    ASSERT_TRUE(waitUntil([&] { return !engine.isLive(); }, 10000));
-    const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    EXPECT_GE(waited, 0.75);  // two retries, 0.4 s apart
-    EXPECT_EQ(engine.errorMessage(), kCallNeedsVirtualMicMessage);
-    EXPECT_EQ(engine.liveGraph(), nullptr);
-    EXPECT_EQ(AudioDeviceList::defaultInputID(), std::optional<uint32_t>(deviceId("fake_mic")));
-}
-
 TEST_F(LiveModePulse, AnOutputUnpluggedMidLiveStopsLiveWithTheDisconnectSentence) {
     auto* server = PrivateServer::get();
     const int usb = server->nullSink("usb_headset", "USB Headset");

@@ -1,0 +1,180 @@
+// Live routing rules over hand-made device tables, and the live session's
+// start and retry logic against a fake sound server.
+#include "engine/LiveRouting.h"
+#include "engine/LiveSession.h"
+#include "common/VoiceEngineError.h"
+#include "support/PulseServer.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+using namespace parlova;
+
+namespace {
+
+DeviceEntry input(uint32_t id, const char* uid, const char* name) {
+    DeviceEntry e;
+    e.id = id;
+    e.uid = uid;
+    e.name = name;
+    e.inputChannels = 1;
+    e.sourceName = uid;
+    return e;
+}
+
+DeviceEntry output(uint32_t id, const char* uid, const char* name, PortKind port = PortKind::headphones) {
+    DeviceEntry e;
+    e.id = id | kSinkIdBit;
+    e.uid = uid;
+    e.name = name;
+    e.outputChannels = 2;
+    e.sinkName = uid;
+    e.outputPort = port;
+    return e;
+}
+
+// A laptop with its microphone and speakers, a USB headset and the virtual mic.
+DeviceTable machine() {
+    DeviceTable t;
+    t.entries = {input(1, "laptop_mic", "Laptop Mic"), input(2, "headset_mic", "Headset Mic"),
+                 output(3, "speakers", "Speakers", PortKind::speaker), output(4, "headset", "Headset")};
+    DeviceEntry cable = input(5, "parlova_mic", "Parlova Mic");
+    cable.outputChannels = 1;
+    cable.sinkName = "parlova_mic_sink";
+    t.entries.push_back(cable);
+    t.defaultInput = 1;
+    t.defaultOutput = 3 | kSinkIdBit;
+    return t;
+}
+
+std::string routeError(const DeviceTable& table, const RouteRequest& request) {
+    try {
+        routeLive(table, request);
+    } catch (const VoiceEngineError& e) {
+        return e.errorDescription();
+    }
+    return {};
+}
+
+}  // namespace
+
+TEST(LiveRouting, DevicesForEachRequest) {
+    struct Case {
+        const char* what;
+        RouteRequest request;
+        uint32_t mic, out;
+        std::optional<uint32_t> monitor;
+    };
+    const uint32_t speakers = 3 | kSinkIdBit, headset = 4 | kSinkIdBit;
+    const Case cases[] = {
+        {"defaults", {}, 1, speakers, {}},
+        {"chosen devices", {false, false, "headset_mic", "headset", ""}, 2, headset, {}},
+        {"the cable is never the microphone", {false, false, "parlova_mic", "", ""}, 1, speakers, {}},
+        {"unknown output falls back to the default", {false, false, "", "gone", ""}, 1, speakers, {}},
+        {"call mode plays into the cable", {true, false, "", "headset", ""}, 1, 5, {}},
+        {"hear myself on headphones", {true, true, "", "headset", ""}, 1, 5, headset},
+        {"never on speakers", {true, true, "", "speakers", ""}, 1, 5, {}},
+    };
+    for (const auto& c : cases) {
+        const LiveRoute route = routeLive(machine(), c.request);
+        EXPECT_EQ(route.mic.id, c.mic) << c.what;
+        EXPECT_EQ(route.output.id, c.out) << c.what;
+        EXPECT_EQ(route.monitor ? std::optional(route.monitor->id) : std::nullopt, c.monitor) << c.what;
+        EXPECT_EQ(route.isCall, c.request.isCall) << c.what;
+    }
+}
+
+TEST(LiveRouting, MissingDevicesAndTheSystemMicrophone) {
+    DeviceTable noCable = machine();
+    noCable.entries.pop_back();
+    EXPECT_EQ(routeError(noCable, {true, false, "", "", ""}), kCallNeedsVirtualMicMessage);
+    EXPECT_EQ(routeError(DeviceTable{}, {}), kNoDevicesMessage);
+
+    // Left on the cable by a crashed run: the saved microphone is the real one.
+    DeviceTable crashed = machine();
+    crashed.defaultInput = 5;
+    EXPECT_EQ(realSystemMic(crashed, "headset_mic"), std::optional<uint32_t>(2));
+    EXPECT_EQ(realSystemMic(crashed, ""), std::optional<uint32_t>(1));
+    EXPECT_EQ(micToRestore(crashed, "headset_mic"), std::optional<uint32_t>(2));
+    EXPECT_EQ(micToRestore(crashed, "unplugged"), std::optional<uint32_t>(1));
+    EXPECT_EQ(micToRestore(DeviceTable{}, ""), std::nullopt);
+}
+
+namespace {
+
+class FakeStream : public AudioStream {
+public:
+    void start() override {}
+    void stop() override {}
+    double latencySeconds() const override { return 0.01; }
+};
+
+// A server that answers its first `failures` snapshots with nothing.
+class FakeBackend : public AudioBackend {
+public:
+    explicit FakeBackend(int failures) : failures_(failures) {}
+    std::optional<DeviceTable> snapshot() override {
+        ++snapshots;
+        if (failures_-- > 0) return std::nullopt;
+        return machine();
+    }
+    bool setDefaultInput(const DeviceEntry&) override { return true; }
+    std::unique_ptr<AudioStream> openCapture(const DeviceEntry&, double, double, CaptureSink&, StreamFaults) override {
+        return std::make_unique<FakeStream>();
+    }
+    std::unique_ptr<AudioStream> openOutput(const DeviceEntry&, AudioFormat, AudioSource&, double, StreamFaults) override {
+        return std::make_unique<FakeStream>();
+    }
+    RealtimeGrant realtimeGrant() const override { return RealtimeGrant::none; }
+    std::optional<uint32_t> loadModule(const std::string&, const std::string&, int*) override { return {}; }
+    bool unloadModule(uint32_t) override { return false; }
+    std::optional<std::vector<ModuleInfo>> modules() override { return {}; }
+    std::string serverName() override { return "fake"; }
+    BackendEvents& events() override { return events_; }
+
+    std::atomic<int> snapshots{0};
+
+private:
+    std::atomic<int> failures_;
+    BackendEvents events_;
+};
+
+struct StartOutcome {
+    bool started = false;
+    QString error;
+};
+
+StartOutcome startWith(FakeBackend& backend) {
+    BackendJobs jobs;
+    LiveSession session(&backend, jobs);
+    StartOutcome outcome;
+    QObject::connect(&session, &LiveSession::started, [&] { outcome.started = true; });
+    QObject::connect(&session, &LiveSession::startFailed, [&](const QString& e) { outcome.error = e; });
+    session.start([] {
+        LiveSession::Request r;
+        r.stage = EffectVoiceStage::factory(Voice::natural());
+        return r;
+    });
+    EXPECT_TRUE(session.isStarting());
+    testpulse::waitUntil([&] { return outcome.started || !outcome.error.isEmpty(); }, 5000);
+    session.tearDown();
+    jobs.waitIdle(std::chrono::seconds(5));
+    return outcome;
+}
+
+}  // namespace
+
+TEST(LiveSessionRetries, ThirdAttemptSucceedsQuietlyAndThreeFailuresGiveTheSentence) {
+    FakeBackend lateServer(2);
+    const auto late = startWith(lateServer);
+    EXPECT_TRUE(late.started);
+    EXPECT_TRUE(late.error.isEmpty());
+    EXPECT_EQ(lateServer.snapshots.load(), 3);
+
+    FakeBackend noServer(100);
+    const auto none = startWith(noServer);
+    EXPECT_FALSE(none.started);
+    EXPECT_EQ(none.error.toStdString(), kNoServerMessage);
+    EXPECT_EQ(noServer.snapshots.load(), 3);
+}
