@@ -20,6 +20,7 @@
 #include "devices/VirtualMic.h"
 #include "devices/pulse/PulseLoop.h"
 #include "engine/VoiceEngine.h"
+#include "support/Dropouts.h"
 #include "common/VoiceEngineError.h"
 #include "voices/Voice.h"
 
@@ -221,7 +222,7 @@ protected:
 
 class BurstPlayer : public ProbeStream {
 public:
-    enum class Mode { Bursts, Sawtooth };
+    enum class Mode { Bursts, Sawtooth, Tone };
 
     explicit BurstPlayer(pulse::PulseLoop& loop) : ProbeStream(loop) {}
     ~BurstPlayer() { disconnect(); }
@@ -250,6 +251,8 @@ private:
         const int64_t n = frame_++;
         if (mode_.load(std::memory_order_relaxed) == Mode::Sawtooth)
             return static_cast<float>(0.3 * (2 * std::fmod(n * 150.0 / kRate, 1.0) - 1));
+        if (mode_.load(std::memory_order_relaxed) == Mode::Tone)
+            return static_cast<float>(0.3 * std::sin(2 * std::numbers::pi * 440.0 * n / kRate));
         const auto length = static_cast<int64_t>(kBurstLength * kRate), ramp = static_cast<int64_t>(kBurstRamp * kRate);
         const int64_t k = n % static_cast<int64_t>(kBurstPeriod * kRate);
         if (k >= length) return 0;
@@ -483,7 +486,23 @@ void report(const char* what, const std::vector<double>& ms, int bursts) {
 
 struct Options {
     double seconds = 10;
+    double dropoutSeconds = 0;  // only the dropout count, for this long
 };
+
+// A steady tone into the microphone, "Parlova Mic" recorded by another client
+// (this probe's own stream), and the breaks counted as a caller hears them.
+int measureDropouts(pulse::PulseLoop& loop, BurstPlayer& player, double seconds) {
+    player.setMode(BurstPlayer::Mode::Tone);
+    pump(500);
+    StampedRecorder call(loop, VirtualMic::kSourceName, seconds);
+    if (!call.connect()) return -1;
+    pump(static_cast<int>(seconds * 1000));
+    std::vector<float> heard;
+    std::vector<StampedRecorder::Stamp> stamps;
+    call.snapshot(&heard, &stamps);
+    call.disconnect();
+    return analysis::countDropouts(heard, kRate);
+}
 
 double liveCpuPercent(VoiceEngine& engine, double seconds, const char* serverPid, double* serverPercent,
                       uint64_t* underruns) {
@@ -537,6 +556,16 @@ int runProbe(const Options& options) {
         if (!waitUntil([&] { return engine.isLive() && engine.liveGraph(); }, 5000)) {
             std::fprintf(stderr, "Live mode did not start: %s\n", engine.errorMessage().toStdString().c_str());
             return 1;
+        }
+        std::printf("Audio thread: %s.\n", describe(engine.realtimeGrant()));
+        if (options.dropoutSeconds > 0) {
+            const int dropouts = measureDropouts(*loop, player, options.dropoutSeconds);
+            std::printf("Dropouts heard on \"Parlova Mic\" over %.0f s (steady 440 Hz tone in): %d\n",
+                        options.dropoutSeconds, dropouts);
+            engine.toggleLive();
+            pump(200);
+            player.disconnect();
+            return dropouts == 0 ? 0 : 1;
         }
         std::printf("Live in call mode with the Natural voice; bursts every %.1f s for %.0f s.\n", kBurstPeriod,
                     options.seconds);
@@ -611,6 +640,10 @@ int runProbe(const Options& options) {
         pump(300);
         cpuFor((starting.name.toStdString() + ":").c_str());
 
+        const int dropouts = measureDropouts(*loop, player, options.seconds);
+        std::printf("\nDropouts heard on \"Parlova Mic\" over %.0f s (steady 440 Hz tone in, %s voice): %d\n",
+                    options.seconds, starting.name.toUtf8().constData(), dropouts);
+
         engine.toggleLive();
         pump(200);
         player.disconnect();
@@ -630,13 +663,15 @@ int runProbe(const Options& options) {
 int main(int argc, char** argv) {
     Options options;
     if (argc == 3 && std::string(argv[1]) == "--seconds") options.seconds = std::atof(argv[2]);
+    else if (argc == 3 && std::string(argv[1]) == "--dropouts") options.dropoutSeconds = std::atof(argv[2]);
     else if (argc != 1) options.seconds = 0;
     if (options.seconds < 2) {
         std::fprintf(stderr,
-                     "Usage: parlova_latency_probe [--seconds N]\n"
+                     "Usage: parlova_latency_probe [--seconds N | --dropouts N]\n"
                      "Measures the delay live mode adds between the microphone and \"Parlova Mic\" with the\n"
-                     "Natural voice on a private sound server, then live mode's CPU, each for N seconds\n"
-                     "(default 10, at least 2).\n");
+                     "Natural voice on a private sound server, then live mode's CPU and the dropouts a\n"
+                     "caller hears, each for N seconds (default 10, at least 2). With --dropouts, only\n"
+                     "the dropouts, for N seconds.\n");
         return 2;
     }
     std::setvbuf(stdout, nullptr, _IOLBF, 0);

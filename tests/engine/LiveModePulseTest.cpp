@@ -2,6 +2,7 @@
 // output device and the virtual mic is recorded by another client and measured.
 #include "engine/VoiceEngine.h"
 #include "support/Analysis.h"
+#include "support/Dropouts.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
 
@@ -71,30 +72,6 @@ protected:
     }
 };
 
-// Breaks a caller would hear in a steady signal: runs of 2 ms windows whose
-// level collapses below a tenth of the recording's typical level. The first
-// and last quarter second (the recorder's own edges) are left out.
-int dropouts(const std::vector<float>& s) {
-    const size_t window = kRate / 500, edge = kRate / 4;
-    if (s.size() < 2 * edge + window) return -1;
-    std::vector<double> levels;
-    for (size_t at = edge; at + window <= s.size() - edge; at += window) {
-        double sum = 0;
-        for (size_t i = at; i < at + window; ++i) sum += double(s[i]) * s[i];
-        levels.push_back(std::sqrt(sum / window));
-    }
-    std::vector<double> sorted = levels;
-    std::nth_element(sorted.begin(), sorted.begin() + sorted.size() / 2, sorted.end());
-    const double floor = 0.1 * sorted[sorted.size() / 2];
-    int breaks = 0;
-    bool inBreak = false;
-    for (double level : levels) {
-        if (level < floor && !inBreak) ++breaks;
-        inBreak = level < floor;
-    }
-    return breaks;
-}
-
 pid_t serverPid() {
     std::ifstream in(PrivateServer::get()->dir() + "/pulseaudio.pid");
     pid_t pid = 0;
@@ -152,7 +129,7 @@ TEST_F(LiveModePulse, CallModeFeedsTheVirtualMicAndGivesTheRealMicBack) {
     pump(6000);
     const auto heard = app.stop();
     EXPECT_NEAR(analysis::cents(measuredHz(heard), 150.0), -400.0, 5.0);
-    EXPECT_EQ(dropouts(heard), 0);
+    EXPECT_EQ(analysis::countDropouts(heard, kRate), 0);
 
     engine.toggleLive();
     EXPECT_TRUE(waitUntil([&] { return !settings->contains(VoiceEngine::kMicBeforeCallModeKey); }, 3000));
