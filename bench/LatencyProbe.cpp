@@ -491,16 +491,22 @@ struct Options {
 
 // A steady tone into the microphone, "Parlova Mic" recorded by another client
 // (this probe's own stream), and the breaks counted as a caller hears them.
-int measureDropouts(pulse::PulseLoop& loop, BurstPlayer& player, double seconds) {
+// The microphone itself is recorded alongside: a break there is the feed's
+// (this probe's player), not live mode's.
+int measureDropouts(pulse::PulseLoop& loop, BurstPlayer& player, double seconds, int* micDropouts) {
     player.setMode(BurstPlayer::Mode::Tone);
     pump(500);
     StampedRecorder call(loop, VirtualMic::kSourceName, seconds);
-    if (!call.connect()) return -1;
+    StampedRecorder mic(loop, "fake_mic", seconds);
+    if (!call.connect() || !mic.connect()) return -1;
     pump(static_cast<int>(seconds * 1000));
-    std::vector<float> heard;
+    std::vector<float> heard, fed;
     std::vector<StampedRecorder::Stamp> stamps;
     call.snapshot(&heard, &stamps);
+    mic.snapshot(&fed, &stamps);
     call.disconnect();
+    mic.disconnect();
+    *micDropouts = analysis::countDropouts(fed, kRate);
     return analysis::countDropouts(heard, kRate);
 }
 
@@ -559,9 +565,11 @@ int runProbe(const Options& options) {
         }
         std::printf("Audio thread: %s.\n", describe(engine.realtimeGrant()));
         if (options.dropoutSeconds > 0) {
-            const int dropouts = measureDropouts(*loop, player, options.dropoutSeconds);
-            std::printf("Dropouts heard on \"Parlova Mic\" over %.0f s (steady 440 Hz tone in): %d\n",
-                        options.dropoutSeconds, dropouts);
+            int micDropouts = 0;
+            const int dropouts = measureDropouts(*loop, player, options.dropoutSeconds, &micDropouts);
+            std::printf("Dropouts heard on \"Parlova Mic\" over %.0f s (steady 440 Hz tone in): %d"
+                        " (in the microphone itself: %d)\n",
+                        options.dropoutSeconds, dropouts, micDropouts);
             engine.toggleLive();
             pump(200);
             player.disconnect();
@@ -640,9 +648,11 @@ int runProbe(const Options& options) {
         pump(300);
         cpuFor((starting.name.toStdString() + ":").c_str());
 
-        const int dropouts = measureDropouts(*loop, player, options.seconds);
-        std::printf("\nDropouts heard on \"Parlova Mic\" over %.0f s (steady 440 Hz tone in, %s voice): %d\n",
-                    options.seconds, starting.name.toUtf8().constData(), dropouts);
+        int micDropouts = 0;
+        const int dropouts = measureDropouts(*loop, player, options.seconds, &micDropouts);
+        std::printf("\nDropouts heard on \"Parlova Mic\" over %.0f s (steady 440 Hz tone in, %s voice): %d"
+                    " (in the microphone itself: %d)\n",
+                    options.seconds, starting.name.toUtf8().constData(), dropouts, micDropouts);
 
         engine.toggleLive();
         pump(200);
