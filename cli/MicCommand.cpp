@@ -24,7 +24,7 @@ int runFlow(bool install) {
     });
     QObject::connect(&setup, &VirtualMicSetup::finished, &loop, &QEventLoop::quit);
     QObject::connect(&setup, &VirtualMicSetup::installingChanged, [&] {
-        if (setup.installing()) std::printf("Waiting for the sound server to show \"Parlova Mic\"...\n");
+        if (setup.installing()) std::fprintf(stderr, "Installing \"Parlova Mic\"\xE2\x80\xA6\n");
     });
     if (install) setup.install();
     else setup.remove();

@@ -9,6 +9,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QPointer>
 #include <QStandardPaths>
 #include <QUuid>
@@ -18,8 +19,11 @@
 namespace parlova {
 
 QString recordingsFolder() {
-    QString base = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    if (base.isEmpty()) base = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
+    // The runtime folder is the user's own and lives in memory; without one,
+    // the user's cache folder.
+    QString base = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (base.isEmpty() || !QFileInfo(base).isDir())
+        base = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
     const QString folder = QDir(base).filePath(QStringLiteral("parlova-recordings"));
     QDir().mkpath(folder);
     // Only the user may read what the microphone heard.
