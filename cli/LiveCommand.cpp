@@ -149,12 +149,15 @@ int record(const std::vector<std::string>& args) {
     QObject::connect(&engine, &VoiceEngine::recordingChanged, [&] {
         if (!engine.isRecording()) QCoreApplication::quit();
     });
+    // The clock starts once the microphone is open.
+    QObject::connect(&engine, &VoiceEngine::liveStarted, [&] {
+        std::fprintf(stderr, "Recording for %.1f s\xE2\x80\xA6\n", o.seconds);
+        QTimer::singleShot(static_cast<int>(o.seconds * 1000), [&engine] {
+            if (engine.isRecording()) engine.toggleRecording();
+        });
+    });
     engine.toggleRecording();
     if (!engine.isRecording()) return 1;
-    std::fprintf(stderr, "Recording for %.1f s…\n", o.seconds);
-    QTimer::singleShot(static_cast<int>(o.seconds * 1000), [&engine] {
-        if (engine.isRecording()) engine.toggleRecording();
-    });
     QCoreApplication::exec();
     if (engine.isRecording()) engine.toggleRecording();
     if (engine.clipURL().isEmpty()) return 1;
