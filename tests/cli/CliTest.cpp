@@ -1,6 +1,5 @@
 // parlova-cli run as a user runs it: a real process, a private settings folder,
 // real files in and out, measured.
-#include "support/Analysis.h"
 #include "support/TestAudio.h"
 
 #include <QFile>
@@ -64,7 +63,7 @@ TEST_F(Cli, VoicesListsTheStartingVoicesWithoutWritingSettings) {
 
 TEST_F(Cli, RenderAddsTheTailAndKeepsRateAndChannels) {
     for (auto [rate, channels] : {std::pair{44100.0, 1}, {48000.0, 2}, {22050.0, 1}}) {
-        const Audio input = tone(220, 1.3, rate, channels, 0.3f);
+        const Audio input = spread(tone(220, rate, static_cast<size_t>(1.3 * rate), 0.3f), rate, channels);
         ASSERT_TRUE(writeWav(folder.file("in.wav"), input, 16));
         for (const char* ext : {"wav", "flac"}) {
             const QString out = path(std::string("out.") + ext);
@@ -82,16 +81,16 @@ TEST_F(Cli, RenderShiftsPitchAsAskedThroughEveryFormat) {
     const double rate = 48000;
     Audio saw;
     saw.sampleRate = rate;
-    saw.channels = {analysis::sawtooth(150, 3.0, rate)};
+    saw.channels = {testaudio::tone(150, rate, static_cast<size_t>(3.0 * rate), 0.3f, testaudio::Wave::saw)};
     ASSERT_TRUE(writeWav(folder.file("saw.wav"), saw));
     for (const char* ext : {"flac", "m4a"}) {
         const QString out = path(std::string("shifted.") + ext);
         Result r = run({"render", "--voice", "natural", "--set", "pitch=650", path("saw.wav"), out});
         ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
         const Audio rendered = readAudioFile(out.toStdString());
-        const double hz = analysis::fundamental(rendered.channels[0], rate, static_cast<size_t>(1.5 * rate),
+        const double hz = testaudio::fundamental(rendered.channels[0], rate, static_cast<size_t>(1.5 * rate),
                                                 static_cast<size_t>(rate));
-        EXPECT_NEAR(analysis::cents(hz, 218.35), 0.0, 3.0) << ext << " " << hz;
+        EXPECT_NEAR(testaudio::cents(hz, 218.35), 0.0, 3.0) << ext << " " << hz;
         EXPECT_NEAR(static_cast<double>(rendered.frames()), 3.8 * rate, 3000) << ext;  // AAC frames
     }
 }
@@ -104,7 +103,7 @@ TEST_F(Cli, BadInputGivesTheEngineSentenceAndTouchesNothing) {
     QFile empty(path("empty.wav"));
     ASSERT_TRUE(empty.open(QIODevice::WriteOnly));
     empty.close();
-    ASSERT_TRUE(writeWav(folder.file("good.wav"), tone(300, 0.5, 48000)));
+    ASSERT_TRUE(writeWav(folder.file("good.wav"), spread(tone(300, 48000, 24000), 48000)));
 
     for (const QString& input : {path("missing.wav"), path("empty.wav"), path("notes.txt"), path("")}) {
         Result r = run({"render", "--voice", "Old Lady", input, path("out.wav")});
@@ -144,7 +143,7 @@ TEST_F(Cli, LiveWithoutASoundServerSaysSoAndRenderStillWorks) {
     EXPECT_EQ(process.exitCode(), 1);
     EXPECT_TRUE(QString::fromUtf8(process.readAllStandardError()).contains("Couldn't reach the sound server."));
 
-    ASSERT_TRUE(writeWav(folder.file("in.wav"), tone(200, 0.3, 48000)));
+    ASSERT_TRUE(writeWav(folder.file("in.wav"), spread(tone(200, 48000, 14400), 48000)));
     process.start(PARLOVA_CLI_PATH, {"render", "--voice", "Old Lady", path("in.wav"), path("out.flac")});
     ASSERT_TRUE(process.waitForFinished(20000));
     EXPECT_EQ(process.exitCode(), 0);

@@ -127,7 +127,7 @@ TEST(VirtualMicPulse, InstallLoadsPersistsAndAnotherClientHearsIt) {
     ASSERT_GT(heard.size(), 24000u);
     const size_t best = testaudio::loudestStart(heard, 12000);
     EXPECT_NEAR(testaudio::rms(heard, best, 12000), 0.4 / std::sqrt(2.0), 0.05);
-    EXPECT_NEAR(testaudio::toneFrequency(heard, 48000, best, 12000), 330.0, 2.0);
+    EXPECT_NEAR(testaudio::fundamental(heard, 48000, best, 12000), 330.0, 2.0);
 
     // Installing again is the update: still one pair and one block.
     VirtualMic::install();
