@@ -149,20 +149,6 @@ TEST(Grain, MonoAndStereoShareGateAndNoise) {
     EXPECT_EQ(out1.back(), 3.0f);
 }
 
-TEST(Grain, AddsBreathAndRoughnessThatFollowTheVoice) {
-    const auto voice = ts::tone(150, kRate, kRate, 0.3f);
-    ts::Channels signal(1, voice.size());
-    signal[0] = voice;
-    auto dsp = preparedDsp();
-    run(dsp, signal, 1.0f);
-    // Texture changes the waveform substantially but keeps the level in range.
-    double diff = 0.0;
-    for (size_t i = 0; i < voice.size(); ++i) diff += std::pow(signal[0][i] - voice[i], 2.0);
-    EXPECT_GT(std::sqrt(diff / static_cast<double>(voice.size())), 0.05);
-    EXPECT_LT(ts::peak(signal[0]), 1.5);
-    EXPECT_GT(ts::rms(signal[0]), 0.05);
-}
-
 TEST(Grain, UnitReadsAmountAtRenderAndPreparesAtTheFormatRate) {
     const auto input = ts::tone(200, 44100, 8192, 0.4f);
     ts::MemorySource source({input});

@@ -22,11 +22,8 @@ std::unique_ptr<PeakLimiter> preparedLimiter(double rate = 48000.0, int channels
 }  // namespace
 
 TEST(PeakLimiter, QuietSignalsComeOutBitIdenticalAfterTheLookahead) {
-    EXPECT_NEAR(PeakLimiter::ceiling(), 0.98855f, 1e-5f);
     auto limiter = preparedLimiter();
     const int latency = limiter->latencyFrames();
-    EXPECT_EQ(latency, 240);  // 5 ms at 48 kHz
-    EXPECT_EQ(preparedLimiter(44100.0)->latencyFrames(), 221);
 
     ts::Channels in(2, 48000);
     in[0] = ts::whiteNoise(48000, 0.98f, 7);

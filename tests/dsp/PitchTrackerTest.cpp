@@ -28,17 +28,6 @@ PitchTracker trackerAt(double sampleRate) {
 
 }  // namespace
 
-TEST(PitchTracker, DecimatesToAboutTwelveKilohertz) {
-    PitchTracker tracker;
-    EXPECT_EQ(tracker.decimation(), 4);
-    EXPECT_EQ(tracker.smoothedHz(), 0.0f);
-    const std::pair<double, int64_t> cases[] = {{48000, 4}, {44100, 4}, {96000, 8}, {16000, 1}, {8000, 1}, {1000, 1}};
-    for (auto [rate, decimation] : cases) {
-        tracker.reset(rate);
-        EXPECT_EQ(tracker.decimation(), decimation) << rate;
-    }
-}
-
 TEST(PitchTracker, NeedsAFullRingBeforeTheFirstAnalysis) {
     auto tracker = trackerAt(48000);
     const auto tone = ts::tone(200, 48000, 680 * 4);

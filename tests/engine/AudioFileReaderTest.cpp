@@ -1,5 +1,5 @@
 // Reading: our own WAVs bit for bit, files made by external encoders at
-// several rates and channel counts, and real speech.
+// several rates and channel counts.
 #include "engine/AudioFile.h"
 #include "support/TestAudio.h"
 
@@ -129,12 +129,3 @@ std::vector<ExternalCase> externalCases() {
 INSTANTIATE_TEST_SUITE_P(Formats, ExternalFileTest, testing::ValuesIn(externalCases()),
                          [](const testing::TestParamInfo<ExternalCase>& info) { return info.param.label; });
 
-TEST(AudioFileReader, DecodesSpokenSpeech) {
-    const Audio spoken = speech("Parlova reads this sentence back.");
-    if (spoken.channels.empty()) GTEST_SKIP() << "espeak-ng isn't installed";
-    EXPECT_EQ(spoken.sampleRate, 22050);
-    EXPECT_EQ(spoken.channelCount(), 1);
-    EXPECT_GT(spoken.seconds(), 1.0);
-    EXPECT_GT(rms(spoken.channels[0]), 0.02);
-    EXPECT_LE(peak(spoken.channels[0]), 1.0);
-}
