@@ -4,6 +4,7 @@
 //   x_realtime         how many times faster than real time a render runs
 #include "engine/AudioFile.h"
 #include "engine/OfflineRenderer.h"
+#include "engine/TapRelay.h"
 #include "engine/VoiceChain.h"
 
 #include <benchmark/benchmark.h>
@@ -14,6 +15,7 @@
 #include <cmath>
 #include <ctime>
 #include <random>
+#include <thread>
 #include <type_traits>
 
 using namespace parlova;
@@ -181,6 +183,18 @@ void WholeChainMonoSource48k(benchmark::State& state) {
     });
 }
 BENCHMARK(WholeChainMonoSource48k)->Iterations(20000)->Unit(benchmark::kMicrosecond);
+
+// The real-time side of the tap relay while its handler is far too slow: each
+// push must stay a copy into the ring (or a drop), never a wait.
+void TapRelayPushWithSlowHandler(benchmark::State& state) {
+    TapRelay relay(
+        2, kBlock, [](const float* const*, int, int) { std::this_thread::sleep_for(std::chrono::milliseconds(20)); }, 4);
+    StereoBlock buffers;
+    const float* channels[2] = {buffers.left.data(), buffers.right.data()};
+    reportBlocks(state, [&](long) { relay.push(channels, kBlock); });
+    state.counters["dropped"] = static_cast<double>(relay.dropped());
+}
+BENCHMARK(TapRelayPushWithSlowHandler)->Iterations(2000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

@@ -1,4 +1,5 @@
-// parlova-cli devices and mic against the private sound server.
+// parlova-cli devices and mic against the private sound server: what the tool
+// prints and returns (the device list and the mic itself have their own tests).
 #include "support/PulseServer.h"
 
 #include <QJsonArray>
@@ -61,15 +62,4 @@ TEST(DevicesCliPulse, MicInstallStatusRemove) {
     r = cli({"mic", "status"});
     EXPECT_TRUE(r.out.contains("Parlova Mic loaded now: no"));
     EXPECT_EQ(cli({"mic", "fly"}).code, 2);
-}
-
-TEST(DevicesCli, NoServerGivesASentenceAndFails) {
-    QProcess p;
-    auto env = QProcessEnvironment::systemEnvironment();
-    env.insert("PULSE_SERVER", "unix:/nonexistent/parlova-no-server");
-    p.setProcessEnvironment(env);
-    p.start(PARLOVA_CLI_PATH, {"devices"});
-    p.waitForFinished(30000);
-    EXPECT_EQ(p.exitCode(), 1);
-    EXPECT_TRUE(QString::fromUtf8(p.readAllStandardError()).contains("Couldn't reach the sound server."));
 }

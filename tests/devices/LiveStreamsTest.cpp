@@ -25,7 +25,7 @@ using namespace parlova;
 using namespace parlova::testpulse;
 using testaudio::SineSource;
 using testaudio::TempFolder;
-using testaudio::toneFrequency;
+using testaudio::fundamental;
 namespace ta = parlova::testaudio;
 
 namespace {
@@ -50,7 +50,7 @@ public:
 void expectTone(const std::vector<float>& got, double hz, double amplitude, double tolerance) {
     const size_t at = ta::loudestStart(got, 24000);
     EXPECT_NEAR(ta::rms(got, at, 24000), amplitude / std::sqrt(2.0), tolerance);
-    EXPECT_NEAR(toneFrequency(got, 48000, at, 24000), hz, 2.0);
+    EXPECT_NEAR(fundamental(got, 48000, at, 24000), hz, 2.0);
 }
 
 AudioBackend& backend() { return AudioBackend::system(); }
@@ -76,7 +76,7 @@ std::string refusal(const std::function<void()>& open) {
 TEST(MicCapturePulse, ToneFedIntoTheFakeMicArrivesAtItsPitchAndLevel) {
     PARLOVA_REQUIRE_PULSE();
     TempFolder dir;
-    ASSERT_TRUE(ta::writeWav(dir.file("tone.wav"), ta::tone(440.0, 1.5, 48000)));
+    ASSERT_TRUE(ta::writeWav(dir.file("tone.wav"), ta::spread(ta::tone(440.0, 48000, 72000), 48000)));
 
     MicCapture capture(backend(), entry("fake_mic"), 48000, {});
     EXPECT_EQ(capture.bridge().cushion(), 960);
@@ -179,7 +179,7 @@ TEST(MicBridgePulse, SoakKeepsTheDelayWithinBoundsWithoutRunningDry) {
     const char* env = std::getenv("PARLOVA_SOAK_SECONDS");
     const int seconds = env ? std::max(2, std::atoi(env)) : 20;
     TempFolder dir;
-    ASSERT_TRUE(ta::writeWav(dir.file("soak.wav"), ta::tone(220.0, 5.0, 48000, 1, 0.3f)));
+    ASSERT_TRUE(ta::writeWav(dir.file("soak.wav"), ta::spread(ta::tone(220.0, 48000, 240000, 0.3f), 48000)));
     MicFeed feed(dir.file("soak.wav"), true);
 
     MicCapture capture(backend(), entry("fake_mic"), 48000, {});

@@ -23,7 +23,7 @@ std::unique_ptr<Equalizer> preparedEq(double rate = 48000.0, int channels = 2) {
 double gainAt(Equalizer& eq, double hz, double rate = 48000.0) {
     const size_t frames = static_cast<size_t>(rate / 2);
     ts::Channels in(1, frames);
-    in[0] = ts::sine(hz, rate, frames, 0.25f);
+    in[0] = ts::tone(hz, rate, frames, 0.25f);
     auto out = ts::renderThrough(eq, in);
     return ts::toDb(ts::rms(out[0], frames / 2) / ts::rms(in[0], frames / 2));
 }
@@ -113,7 +113,7 @@ TEST(Equalizer, ShelfAndPresenceBoostWhereTheyShould) {
 TEST(Equalizer, PicksUpChangesAtTheNextRenderCall) {
     auto eq = preparedEq(48000.0, 1);
     ts::Channels in(1, 1024);
-    in[0] = ts::sine(8000, 48000, 1024, 0.5f);
+    in[0] = ts::tone(8000, 48000, 1024, 0.5f);
     ts::MemorySource source(in.data);
     eq->setInput(&source);
     ts::Channels out(1, 1024);

@@ -1,13 +1,13 @@
 // The shifter measured on real signals: pitch moved by the asked cents,
 // formants by the asked semitones, auto pitch landing on its target.
 #include "dsp/FormantShifterUnit.h"
-#include "support/Analysis.h"
 #include "support/MemorySource.h"
+#include "support/TestAudio.h"
 
 #include <gtest/gtest.h>
 
 using namespace parlova;
-using parlova::analysis::cents;
+using parlova::testaudio::cents;
 
 namespace {
 
@@ -53,28 +53,28 @@ TEST(FormantShifter, AutoPitchReplacesTheFixedShiftWithinItsLimits) {
 TEST(FormantShifter, MovesASawtoothByTheAskedCents) {
     FormantShifterUnit unit;
     unit.pitchSemitones = 6.5f;
-    const auto out = shift(unit, analysis::sawtooth(150, 3.0, kRate));
-    const double hz = analysis::fundamental(out, kRate, static_cast<size_t>(1.5 * kRate), static_cast<size_t>(kRate));
+    const auto out = shift(unit, testaudio::tone(150, kRate, static_cast<size_t>(3.0 * kRate), 0.3f, testaudio::Wave::saw));
+    const double hz = testaudio::fundamental(out, kRate, static_cast<size_t>(1.5 * kRate), static_cast<size_t>(kRate));
     EXPECT_NEAR(cents(hz, 218.35), 0.0, 3.0) << hz << " Hz";
     EXPECT_NEAR(unit.detectedHz.load(), 150.0f, 2.0f);  // the tracker hears the input, not the output
 }
 
 TEST(FormantShifter, MovesFormantsByTheAskedSemitonesAndKeepsThePitch) {
-    const auto input = analysis::sawtooth(110, 3.0, kRate, 0.3f, true);
+    const auto input = testaudio::tone(110, kRate, static_cast<size_t>(3.0 * kRate), 0.3f, testaudio::Wave::vowel);
     FormantShifterUnit unit;
     unit.formantSemitones = 3.5f;
     const auto out = shift(unit, input);
     const size_t from = static_cast<size_t>(1.0 * kRate), count = static_cast<size_t>(1.8 * kRate);
-    EXPECT_NEAR(analysis::envelopeShiftSemitones(input, out, kRate, from, count), 3.5, 0.3);
-    EXPECT_NEAR(cents(analysis::fundamental(out, kRate, from, count), 110), 0.0, 5.0);
+    EXPECT_NEAR(testaudio::envelopeShiftSemitones(input, out, kRate, from, count), 3.5, 0.3);
+    EXPECT_NEAR(cents(testaudio::fundamental(out, kRate, from, count), 110), 0.0, 5.0);
 }
 
 TEST(FormantShifter, AutoPitchLandsOnTheTarget) {
     FormantShifterUnit unit;
     unit.pitchSemitones = -4.0f;  // dropped while a pitch is known
     unit.targetHz = 108;
-    const auto out = shift(unit, analysis::sawtooth(216, 3.0, kRate));
+    const auto out = shift(unit, testaudio::tone(216, kRate, static_cast<size_t>(3.0 * kRate), 0.3f, testaudio::Wave::saw));
     EXPECT_NEAR(unit.detectedHz.load(), 216.0f, 3.0f);
-    const double hz = analysis::fundamental(out, kRate, static_cast<size_t>(2.0 * kRate), static_cast<size_t>(0.8 * kRate));
+    const double hz = testaudio::fundamental(out, kRate, static_cast<size_t>(2.0 * kRate), static_cast<size_t>(0.8 * kRate));
     EXPECT_NEAR(cents(hz, 108), 0.0, 30.0) << hz;
 }

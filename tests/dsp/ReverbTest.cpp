@@ -48,7 +48,7 @@ TEST(Reverb, ZeroMixIsBitIdenticalAndTheMixIsClamped) {
     auto reverb = preparedReverb(48000.0, 0.0f);
     ts::Channels in(2, 48000);
     in[0] = ts::whiteNoise(48000, 0.7f, 3);
-    in[1] = ts::sine(500, 48000, 48000);
+    in[1] = ts::tone(500, 48000, 48000);
     auto out = ts::renderThrough(*reverb, in);
     for (size_t c = 0; c < 2; ++c)
         EXPECT_EQ(std::memcmp(out[c].data(), in[c].data(), 48000 * sizeof(float)), 0);

@@ -87,7 +87,7 @@ std::string asUnprivilegedUser(const std::function<std::string()>& action) {
 
 TEST(AudioFileReaderErrors, EveryBadFileGivesItsSentence) {
     TempFolder dir;
-    const Audio clip = tone(1000, 2.0, 48000, 2);
+    const Audio clip = spread(tone(1000, 48000, 96000), 48000, 2);
     writeBytes(dir.file("empty.wav"), "");
     ASSERT_TRUE(writeWav(dir.file("silence.wav"), Audio{48000, {{}, {}}}));
     fs::create_directory(dir.file("Takes.wav"));
@@ -128,7 +128,7 @@ TEST(AudioFileReaderErrors, EveryBadFileGivesItsSentence) {
 TEST(AudioFileReaderErrors, UnreadableFileIsNotAllowed) {
     TempFolder dir;
     const std::string path = dir.file("private.wav");
-    ASSERT_TRUE(writeWav(path, tone(440, 0.1, 48000)));
+    ASSERT_TRUE(writeWav(path, spread(tone(440, 48000, 4800), 48000)));
     fs::permissions(path, fs::perms::none);
     chmod(dir.path().c_str(), 0755);
     EXPECT_EQ(asUnprivilegedUser([&] { return openError(path); }),

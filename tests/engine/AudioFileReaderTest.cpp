@@ -1,5 +1,5 @@
 // Reading: our own WAVs bit for bit, files made by external encoders at
-// several rates and channel counts, and real speech.
+// several rates and channel counts.
 #include "engine/AudioFile.h"
 #include "support/TestAudio.h"
 
@@ -51,7 +51,7 @@ TEST(AudioFileReader, ReadsFloatWavBitExactInAnyBlockSizeAndRewinds) {
 
 TEST(AudioFileReader, Reads16BitWavWithinOneStep) {
     TempFolder dir;
-    Audio source = tone(440, 0.25, 8000, 1, 0.9f);
+    Audio source = spread(tone(440, 8000, 2000, 0.9f), 8000);
     ASSERT_TRUE(writeWav(dir.file("tone16.wav"), source, 16));
     Audio back = readAudioFile(dir.file("tone16.wav"));
     ASSERT_EQ(back.frames(), source.frames());
@@ -80,7 +80,7 @@ TEST_P(ExternalFileTest, DecodesToneWithRateChannelsLengthLevelAndPitch) {
 
     TempFolder dir;
     const double seconds = 1.5;
-    Audio source = tone(1000, seconds, c.rate, c.channels, 0.5f);
+    Audio source = spread(tone(1000, c.rate, static_cast<size_t>(seconds * c.rate), 0.5f), c.rate, c.channels);
     const std::string in = dir.file("source.wav");
     const std::string out = dir.file("made" + c.extension);
     ASSERT_TRUE(writeWav(in, source, 16));
@@ -100,7 +100,7 @@ TEST_P(ExternalFileTest, DecodesToneWithRateChannelsLengthLevelAndPitch) {
     const size_t from = static_cast<size_t>(0.25 * c.decodedRate), count = static_cast<size_t>(c.decodedRate);
     for (const auto& ch : back.channels) {
         EXPECT_NEAR(20 * std::log10(rms(ch, from, count) / (0.5 / std::sqrt(2.0))), 0.0, 0.5);
-        EXPECT_NEAR(toneFrequency(ch, c.decodedRate, from, count), 1000.0, 1.0);
+        EXPECT_NEAR(fundamental(ch, c.decodedRate, from, count), 1000.0, 1.0);
     }
 }
 
@@ -129,14 +129,3 @@ std::vector<ExternalCase> externalCases() {
 INSTANTIATE_TEST_SUITE_P(Formats, ExternalFileTest, testing::ValuesIn(externalCases()),
                          [](const testing::TestParamInfo<ExternalCase>& info) { return info.param.label; });
 
-TEST(AudioFileReader, DecodesSpokenSpeech) {
-    TempFolder dir;
-    const std::string path = speak("Parlova reads this sentence back.", dir.path());
-    if (path.empty()) GTEST_SKIP() << "espeak-ng isn't installed";
-    Audio speech = readAudioFile(path);
-    EXPECT_EQ(speech.sampleRate, 22050);
-    EXPECT_EQ(speech.channelCount(), 1);
-    EXPECT_GT(speech.seconds(), 1.0);
-    EXPECT_GT(rms(speech.channels[0]), 0.02);
-    EXPECT_LE(peak(speech.channels[0]), 1.0);
-}

@@ -1,7 +1,6 @@
 // Live and call mode against a private sound server: what comes out of the
 // output device and the virtual mic is recorded by another client and measured.
 #include "engine/VoiceEngine.h"
-#include "support/Analysis.h"
 #include "support/Dropouts.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
@@ -28,7 +27,7 @@ constexpr int kRate = 48000;
 // repeated: 320-sample periods tile seamlessly).
 std::string sawtoothFile(const std::string& dir, int seconds = 8) {
     const std::string path = dir + "/saw.wav";
-    const auto second = analysis::sawtooth(150, 1.0, kRate, 0.4f);
+    const auto second = testaudio::tone(150, kRate, static_cast<size_t>(1.0 * kRate), 0.4f, testaudio::Wave::saw);
     std::vector<float> all;
     for (int i = 0; i < seconds; ++i) all.insert(all.end(), second.begin(), second.end());
     testaudio::writeWav(path, {double(kRate), {all}});
@@ -68,7 +67,7 @@ protected:
     double measuredHz(const std::vector<float>& s) {
         // The last second but the final tenth (the recorder's last buffer may be cut).
         if (s.size() < static_cast<size_t>(1.3 * kRate)) return 0;
-        return analysis::fundamental(s, kRate, s.size() - static_cast<size_t>(1.1 * kRate), kRate);
+        return testaudio::fundamental(s, kRate, s.size() - static_cast<size_t>(1.1 * kRate), kRate);
     }
 };
 
@@ -91,7 +90,7 @@ TEST_F(LiveModePulse, TheOutputCarriesTheVoiceAndBypassNeedsNoRestart) {
 
     SourceRecorder shifted("speakers.monitor", file("shifted.wav"));
     pump(3000);
-    EXPECT_NEAR(analysis::cents(measuredHz(shifted.stop()), 218.35), 0.0, 5.0);
+    EXPECT_NEAR(testaudio::cents(measuredHz(shifted.stop()), 218.35), 0.0, 5.0);
     EXPECT_GT(engine.meter().value(), 0.3f);
     EXPECT_GT(engine.detectedPitch(), 140.0f);
 
@@ -99,7 +98,7 @@ TEST_F(LiveModePulse, TheOutputCarriesTheVoiceAndBypassNeedsNoRestart) {
     engine.setBypass(true);
     SourceRecorder natural("speakers.monitor", file("natural.wav"));
     pump(3000);
-    EXPECT_NEAR(analysis::cents(measuredHz(natural.stop()), 150.0), 0.0, 5.0);
+    EXPECT_NEAR(testaudio::cents(measuredHz(natural.stop()), 150.0), 0.0, 5.0);
     EXPECT_EQ(engine.liveGraph(), graph);  // the same route kept running
 
     engine.toggleLive();
@@ -128,7 +127,7 @@ TEST_F(LiveModePulse, CallModeFeedsTheVirtualMicAndGivesTheRealMicBack) {
     SourceRecorder app("parlova_mic_source", file("call.wav"));
     pump(6000);
     const auto heard = app.stop();
-    EXPECT_NEAR(analysis::cents(measuredHz(heard), 150.0), -400.0, 5.0);
+    EXPECT_NEAR(testaudio::cents(measuredHz(heard), 150.0), -400.0, 5.0);
     EXPECT_EQ(analysis::countDropouts(heard, kRate), 0);
 
     engine.toggleLive();

@@ -10,7 +10,7 @@
 #include <new>
 
 // The sanitizers bring their own allocator: counting only runs in plain builds.
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define PARLOVA_COUNT_ALLOCATIONS 1
 #endif
 

@@ -3,8 +3,8 @@
 #include "engine/ActiveChains.h"
 #include "engine/VoiceChain.h"
 #include "engine/VoiceEngine.h"
-#include "support/Analysis.h"
 #include "support/MemorySource.h"
+#include "support/TestAudio.h"
 
 #include <QTemporaryDir>
 
@@ -115,11 +115,11 @@ TEST(VoiceChain, VibratoAndTremoloFollowTheirFormulasAtChosenTimes) {
 }
 
 TEST(VoiceChain, NaturalVoiceKeepsPitchAndLevel) {
-    const auto input = analysis::sawtooth(180, 2.0, kRate, 0.3f);
+    const auto input = testaudio::tone(180, kRate, static_cast<size_t>(2.0 * kRate), 0.3f, testaudio::Wave::saw);
     ChainFixture f(Voice::natural(), input);
     const auto out = f.render(input.size());
     const size_t from = static_cast<size_t>(kRate), count = static_cast<size_t>(0.8 * kRate);
-    EXPECT_NEAR(analysis::cents(analysis::fundamental(out[0], kRate, from, count), 180), 0.0, 3.0);
+    EXPECT_NEAR(testaudio::cents(testaudio::fundamental(out[0], kRate, from, count), 180), 0.0, 3.0);
     double inPower = 0, outPower = 0;
     for (size_t i = from; i < from + count; ++i) {
         inPower += input[i] * input[i];
@@ -129,13 +129,13 @@ TEST(VoiceChain, NaturalVoiceKeepsPitchAndLevel) {
 }
 
 TEST(VoiceChain, OldLadyRaisesPitchAndStaysUnderFullScale) {
-    const auto input = analysis::sawtooth(150, 3.0, kRate, 0.5f);
+    const auto input = testaudio::tone(150, kRate, static_cast<size_t>(3.0 * kRate), 0.5f, testaudio::Wave::saw);
     Voice v = Voice::builtIns()[0];
     v.vibratoDepth = 0;  // a steady pitch to measure
     ChainFixture f(v, input);
     const auto out = f.render(input.size());
-    const double hz = analysis::fundamental(out[0], kRate, static_cast<size_t>(1.5 * kRate), static_cast<size_t>(kRate));
-    EXPECT_NEAR(analysis::cents(hz, 150), 650.0, 15.0);
+    const double hz = testaudio::fundamental(out[0], kRate, static_cast<size_t>(1.5 * kRate), static_cast<size_t>(kRate));
+    EXPECT_NEAR(testaudio::cents(hz, 150), 650.0, 15.0);
     for (const auto& channel : out)
         for (float s : channel) ASSERT_LE(std::fabs(s), 1.0f);
 }

@@ -1,6 +1,7 @@
 #pragma once
 // Test audio: synthesized tones and noise, WAV files, speech from espeak-ng,
-// temporary folders and a few measurements. Shared by the tests of every
+// temporary folders, and the measurements tests make on rendered audio (level,
+// fundamental to a fraction of a cent, formant shift). Shared by the tests of every
 // subsystem; real tools are optional and reported missing, never faked.
 #include <cmath>
 #include <cstdint>
@@ -20,12 +21,17 @@ struct Audio {
     std::vector<const float*> pointers() const;
 };
 
-// `frames` samples of a sine at `hz`, `amplitude` peak.
-std::vector<float> sine(double hz, double sampleRate, size_t frames, float amplitude = 0.5f);
+// The shape of a test tone: a pure sine, a band-limited sawtooth (harmonics
+// up to 0.45 of the rate), or that sawtooth through three vocal-tract style
+// resonances so it has formants to move.
+enum class Wave { sine, saw, vowel };
+
+// `frames` samples of a periodic wave at `hz`, `amplitude` peak.
+std::vector<float> tone(double hz, double sampleRate, size_t frames, float amplitude = 0.5f, Wave wave = Wave::sine);
+// The same samples on `channels` channels.
+Audio spread(std::vector<float> samples, double sampleRate, int channels = 1);
 // Uniform white noise, repeatable for a seed.
 std::vector<float> whiteNoise(size_t frames, float amplitude, uint32_t seed);
-// A sine at `hz` on every channel (same phase), `amplitude` peak.
-Audio tone(double hz, double seconds, double sampleRate, int channels = 1, float amplitude = 0.5f);
 // White noise, a different but repeatable sequence per channel.
 Audio noise(double seconds, double sampleRate, int channels = 1, float amplitude = 0.5f, uint32_t seed = 1);
 
@@ -42,8 +48,19 @@ double rms(const std::vector<float>& samples, size_t from = 0, size_t count = SI
 // Largest absolute sample.
 double peak(const std::vector<float>& samples);
 inline double toDb(double ratio) { return 20.0 * std::log10(ratio > 1e-30 ? ratio : 1e-30); }
-// Frequency of a steady tone from its zero crossings over [from, from + count).
-double toneFrequency(const std::vector<float>& samples, double sampleRate, size_t from = 0, size_t count = SIZE_MAX);
+// Fundamental of a steady periodic signal over [from, from + count), from the
+// cumulative-mean-normalised difference function (the first clear dip between
+// minHz and maxHz), refined by parabolic interpolation: a fraction of a cent on
+// sines and sawtooths alike.
+double fundamental(const std::vector<float>& samples, double sampleRate, size_t from = 0, size_t count = SIZE_MAX,
+                   double minHz = 50, double maxHz = 1500);
+// Cents from `reference` to `hz`.
+inline double cents(double hz, double reference) { return 1200.0 * std::log2(hz / reference); }
+// The shift in semitones that best maps the spectral envelope (cepstrally
+// smoothed, 250 Hz to 5 kHz) of `before` onto that of `after` over
+// [from, from + count); searched from -8 to +8 in 0.05 steps.
+double envelopeShiftSemitones(const std::vector<float>& before, const std::vector<float>& after, double sampleRate,
+                              size_t from, size_t count);
 // Start of the loudest stretch of `length` samples (skips silence around a tone).
 size_t loudestStart(const std::vector<float>& samples, size_t length);
 
@@ -70,13 +87,10 @@ int runCapture(const std::string& command, std::string* out);
 // Quotes one argument for the shell.
 std::string shellQuote(const std::string& arg);
 
-// Speaks `text` with espeak-ng into folder/name (a 22.05 kHz mono WAV) and
-// returns its path, or "" when espeak-ng is missing or fails. `voice` is an
-// espeak-ng voice such as "en-us" or "en+f3"; `args` more espeak-ng options.
-std::string speak(const std::string& text, const std::string& folder, const std::string& name = "speech.wav",
-                  const std::string& voice = "en-us", const std::string& args = "");
-// Speech as mono samples at `sampleRate` (resampled with sox); empty when
-// espeak-ng or sox is missing.
-std::vector<float> speech(const std::string& text, double sampleRate, const std::string& args = "");
+// `text` spoken by espeak-ng in en-us (`args`: more espeak-ng options such as "-p 80"
+// or "-v en+f3" to override the voice), read back through the engine's reader as mono audio at
+// `sampleRate` (espeak-ng's own 22.05 kHz file, resampled with sox for any
+// other rate). No channels when espeak-ng, or sox where needed, is missing.
+Audio speech(const std::string& text, double sampleRate = 22050, const std::string& args = "");
 
 }  // namespace parlova::testaudio

@@ -7,7 +7,6 @@ import random
 import time
 
 import numpy as np
-import pytest
 
 from conftest import refs
 
@@ -30,6 +29,8 @@ def first_block(worker) -> np.ndarray:
 
 
 def test_profiles_trade_block_size_for_context(worker, voices):
+    default = worker.request({"op": "stream_start", "references": refs(voices["low"])})
+    assert default["profile"] == "balanced" and default["sample_rate"] == 24000
     sizes = {}
     for profile in ("fastest", "balanced", "clearest"):
         reply = start(worker, voices["low"], profile)
@@ -42,15 +43,8 @@ def test_profiles_trade_block_size_for_context(worker, voices):
     assert sizes["clearest"] <= 16000 * 0.6  # the delays the app promises are at most ~0.6 s
 
 
-def test_default_profile_and_rate(worker, voices):
-    reply = worker.request({"op": "stream_start", "references": refs(voices["low"])})
-    worker.send({"op": "stream_stop"})
-    assert reply["profile"] == "balanced" and reply["sample_rate"] == 24000
-
-
-@pytest.mark.parametrize("profile", ["fastest", "clearest"])
-def test_blocks_come_back_whole_and_in_order(spawn, voices, profile):
-    rate = 16000
+def test_blocks_come_back_whole_and_in_order(spawn, voices):
+    rate, profile = 16000, "fastest"
     worker = spawn()
     started = start(worker, voices["high"], profile, rate)
     block = started["block_samples"]
@@ -90,14 +84,6 @@ def test_new_stream_replaces_the_running_one(spawn, voices):
 
 
 class TestBadStreamInput:
-    def test_unknown_profile_is_refused(self, worker, voices):
-        reply = start(worker, voices["low"], "instant")
-        assert reply["ok"] is False and "instant" in reply["error"]
-
-    def test_stream_start_with_a_missing_sample_is_refused(self, worker, tmp_path):
-        reply = start(worker, tmp_path / "void.wav")
-        assert reply["ok"] is False and "void.wav" in reply["error"]
-
     def test_bad_blocks_are_dropped_and_the_stream_goes_on(self, spawn, voices):
         worker = spawn()
         block = start(worker, voices["low"], "fastest")["block_samples"]
