@@ -6,8 +6,11 @@
 //   band 3  low-pass, Butterworth (Q 0.7071)           - the high cut
 // Settings may be written from any thread at any time (atomics); the render
 // thread picks them up once per render call and recomputes coefficients only
-// when something changed. A bypassed band does not touch the signal; with every
-// band bypassed and 0 dB global gain the output is bit-identical to the input.
+// when something changed. A change of the global gain ramps linearly from the
+// gain in use to the new one over kGainRampSeconds, so an edit made while audio
+// runs does not step. A bypassed band does not touch the signal; with every
+// band bypassed and 0 dB global gain (no ramp under way) the output is
+// bit-identical to the input.
 #include "dsp/InPlaceEffectUnit.h"
 
 #include <array>
@@ -22,6 +25,7 @@ public:
     enum class BandType { HighPass, LowShelf, Peaking, LowPass };
     static constexpr float kButterworthQ = 0.7071f;
     static constexpr float kPeakingBandwidthOctaves = 1.2f;
+    static constexpr double kGainRampSeconds = 0.005;
 
     struct BandSettings {
         float frequency;
@@ -62,6 +66,7 @@ private:
     };
 
     void refreshIfChanged() noexcept;
+    void applyGain(float* data, int frames) const noexcept;
     static Coefficients design(BandType type, double sampleRate, float frequency, float gainDb) noexcept;
 
     std::array<SharedBand, kBands> shared_;
@@ -72,8 +77,13 @@ private:
     double sampleRate_ = 48000.0;
     uint32_t appliedVersion_ = 0;
     std::array<ActiveBand, kBands> active_{};
+    // The global gain: where it is, where it goes, and the ramp frames left.
     float linearGain_ = 1.0f;
-    bool unityGain_ = true;
+    float targetGain_ = 1.0f;
+    float gainStep_ = 0.0f;
+    int rampLeft_ = 0;
+    int rampFrames_ = 240;
+    bool gainKnown_ = false;  // false until the first render after prepare(): no ramp into the start
     std::array<std::array<State, kBands>, kMaxChannels> state_{};
 };
 

@@ -2,6 +2,7 @@
 
 #include "engine/AudioFile.h"
 #include "engine/GuardedAudio.h"
+#include "engine/RateConverter.h"
 #include "engine/VoiceChain.h"
 
 #include <QFile>
@@ -63,37 +64,69 @@ void renderOffline(const std::string& source, const std::string& destination, co
     }
     auto reader = AudioFileReader::open(source);
     const AudioFormat format = reader->format();
+    const bool converting = format.sampleRate != kChainSampleRate;
     FilePlayer player(*reader);
-    auto chain = guardedAudio([&] { return std::make_unique<VoiceChain>(voice, &player, format); });
+    // File rate -> chain rate on the way in, chain rate -> file rate on the way out.
+    std::unique_ptr<RateConvertingSource> toChain;
+    std::unique_ptr<RateConverter> fromChain;
+    std::unique_ptr<VoiceChain> chain = guardedAudio([&] {
+        AudioSource* input = &player;
+        if (converting) {
+            toChain = std::make_unique<RateConvertingSource>(&player, format.channels, format.sampleRate,
+                                                             kChainSampleRate, kRenderBlockFrames);
+            fromChain = std::make_unique<RateConverter>(kChainSampleRate, format.sampleRate, 2, kRenderBlockFrames);
+            input = toChain.get();
+        }
+        return std::make_unique<VoiceChain>(voice, input, AudioFormat{static_cast<double>(kChainSampleRate), format.channels});
+    });
 
     QFile::remove(QString::fromStdString(destination));  // a failure here shows up when writing
     auto writer = AudioFileWriter::create(destination, format);
 
-    std::vector<float> stereoStorage(2 * kRenderBlockFrames), fileStorage(
-        static_cast<size_t>(format.channels) * kRenderBlockFrames);
+    // The chain's stereo block, what the way back makes of it, and that in the file's layout.
+    const int outFrames = fromChain ? fromChain->maxOutputFrames() : kRenderBlockFrames;
+    std::vector<float> stereoStorage(2 * kRenderBlockFrames), backStorage(fromChain ? 2 * outFrames : 0),
+        fileStorage(static_cast<size_t>(format.channels) * static_cast<size_t>(outFrames));
     BufferList stereo;
     stereo.count = 2;
-    for (int c = 0; c < 2; ++c) stereo.data[c] = stereoStorage.data() + c * kRenderBlockFrames;
+    float* back[2] = {};
+    for (int c = 0; c < 2; ++c) {
+        stereo.data[c] = stereoStorage.data() + c * kRenderBlockFrames;
+        if (fromChain) back[c] = backStorage.data() + static_cast<size_t>(c) * static_cast<size_t>(outFrames);
+    }
     std::vector<float*> fileChannels(static_cast<size_t>(format.channels));
     for (int c = 0; c < format.channels; ++c)
-        fileChannels[static_cast<size_t>(c)] = fileStorage.data() + static_cast<size_t>(c) * kRenderBlockFrames;
+        fileChannels[static_cast<size_t>(c)] = fileStorage.data() + static_cast<size_t>(c) * static_cast<size_t>(outFrames);
 
+    // Blocks are counted at the chain's rate, the length at the file's: the
+    // chain runs until the way back has delivered the whole length.
     const long long total = renderedLength(reader->frameLength(), format.sampleRate);
-    long long sampleTime = 0;
+    long long written = 0, chainTime = 0;
     long long nextReport = 0;
     const long long reportEvery = std::max<long long>(total / 200, kRenderBlockFrames);
-    while (sampleTime < total) {
-        const int frames = static_cast<int>(std::min<long long>(total - sampleTime, kRenderBlockFrames));
-        chain->modulate(static_cast<double>(sampleTime) / format.sampleRate);
+    while (written < total) {
+        const int frames = converting ? kRenderBlockFrames
+                                      : static_cast<int>(std::min<long long>(total - written, kRenderBlockFrames));
+        chain->modulate(static_cast<double>(chainTime) / kChainSampleRate);
         const int32_t result = chain->render(stereo, frames);
         if (result == status::insufficientData) continue;
         if (result != status::ok) throw VoiceEngineError(kRendererErrorMessage);
-        mixToFile(stereo.data, fileChannels.data(), format.channels, frames);
-        writer->write(fileChannels.data(), frames);
-        sampleTime += frames;
-        if (progress && sampleTime >= nextReport) {
-            nextReport = sampleTime + reportEvery;
-            if (!progress(static_cast<double>(sampleTime) / static_cast<double>(total)))
+        chainTime += frames;
+        const float* const* block = stereo.data;
+        int got = frames;
+        if (fromChain) {
+            got = fromChain->process(stereo.data, frames, back);
+            if (got < 0) throw VoiceEngineError(kRendererErrorMessage);
+            block = back;
+        }
+        got = static_cast<int>(std::min<long long>(got, total - written));
+        if (got == 0) continue;
+        mixToFile(block, fileChannels.data(), format.channels, got);
+        writer->write(fileChannels.data(), got);
+        written += got;
+        if (progress && written >= nextReport) {
+            nextReport = written + reportEvery;
+            if (!progress(static_cast<double>(written) / static_cast<double>(total)))
                 throw VoiceEngineError("The export was cancelled.");
         }
     }

@@ -1,7 +1,9 @@
 #pragma once
 // Renders a whole audio file through a voice into another file, faster than
 // real time: 256-frame blocks, vibrato and tremolo following the rendered time,
-// and a 0.8 s tail so the reverb rings out.
+// and a 0.8 s tail so the reverb rings out. The voice chain runs at
+// kChainSampleRate; a file at another rate is converted to it on the way in and
+// back to the file's rate on the way out (no added delay either way).
 #include "voices/Voice.h"
 
 #include <functional>
@@ -17,7 +19,8 @@ inline constexpr const char* kRendererErrorMessage = "The audio renderer reporte
 using RenderProgress = std::function<bool(double fraction)>;
 
 // Throws VoiceEngineError with a finished sentence on any failure. The output
-// has the source's rate and channel count; its type follows the extension.
+// has the source's rate and channel count and renderedLength() frames; its type
+// follows the extension.
 void renderOffline(const std::string& source, const std::string& destination, const Voice& voice,
                    const RenderProgress& progress = {});
 

@@ -100,7 +100,7 @@ void VoiceChain::apply(const Voice& voice) {
     reverb_->setWetDryMix(voice.reverb);
     grain_->amount.store(voice.grain, std::memory_order_relaxed);
     eq_->setGlobalGain(voice.gain);
-    modulate(0.0);
+    modulateVoice(voice, modulationTime_.load(std::memory_order_relaxed));
 }
 
 float VoiceChain::momentaryPitch(const Voice& voice, double t) {
@@ -120,7 +120,11 @@ float VoiceChain::tremoloVolume(const Voice& voice, double t) {
 }
 
 void VoiceChain::modulate(double t) {
-    const Voice v = voice();
+    modulationTime_.store(t, std::memory_order_relaxed);
+    modulateVoice(voice(), t);
+}
+
+void VoiceChain::modulateVoice(const Voice& v, double t) {
     const float p = momentaryPitch(v, t);
     shifter_->pitchSemitones.store(p / 100.0f, std::memory_order_relaxed);
     shifter_->vibratoSemitones.store((p - v.pitch) / 100.0f, std::memory_order_relaxed);

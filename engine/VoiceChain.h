@@ -3,6 +3,13 @@
 // converter -> shifter -> grain -> eq -> reverb -> limiter -> output volume.
 // The chain is pulled from its end; a voice change only changes parameters,
 // so it never needs rewiring or a restart.
+//
+// The chain runs at kChainSampleRate: the pitch tracker's fixed 12 kHz analysis
+// is exact there (a decimation of 4), and the units are tuned for it. A source
+// at another rate is wrapped in a RateConvertingSource (engine/RateConverter.h)
+// before it reaches the chain, and the offline render converts back to the
+// file's rate. The constructor still takes the source's format: its channel
+// count, and a rate that should be kChainSampleRate.
 #include "dsp/Equalizer.h"
 #include "dsp/FormantShifterUnit.h"
 #include "dsp/GrainAudioUnit.h"
@@ -16,6 +23,8 @@
 #include <vector>
 
 namespace parlova {
+
+inline constexpr int kChainSampleRate = 48000;
 
 // Entry node: pulls the source in its own channel layout and hands on stereo.
 class ChannelConverter : public AudioSource {
@@ -53,10 +62,16 @@ public:
     VoiceChain(const VoiceChain&) = delete;
     VoiceChain& operator=(const VoiceChain&) = delete;
 
-    // Sets every static parameter from the voice, then modulates for t = 0.
+    // Sets every static parameter from the voice, then modulates for the time
+    // of the last modulate() (0 before the first), so that an edit made while
+    // audio runs continues the vibrato and tremolo where they are instead of
+    // snapping them back to their start. Main thread.
     void apply(const Voice& voice);
-    // Sets vibrato and tremolo for `t` seconds after the clock's start.
+    // Sets vibrato and tremolo for `t` seconds after the clock's start and
+    // remembers `t`. The modulator thread (or the offline render's thread).
     void modulate(double t);
+    // The time of the last modulate(), 0 before the first.
+    double modulationTime() const { return modulationTime_.load(std::memory_order_relaxed); }
 
     // Pulls `frames` (at most maxFrames) of processed stereo audio into `out`.
     int32_t render(BufferList& out, int frames) noexcept { return output_->pull(out, frames); }
@@ -78,6 +93,8 @@ public:
     static float tremoloVolume(const Voice& voice, double t);
 
 private:
+    void modulateVoice(const Voice& voice, double t);
+
     ChannelConverter converter_;
     std::unique_ptr<FormantShifterUnit> shifter_;
     std::unique_ptr<GrainAudioUnit> grain_;
@@ -87,8 +104,14 @@ private:
     std::unique_ptr<OutputVolumeUnit> output_;
     mutable std::mutex lock_;
     Voice voice_;
+    // Written by modulate() on the modulator thread, read by apply() on the main
+    // thread. Relaxed: it is a value on its own and publishes nothing else; a
+    // read that misses the latest tick is at most one tick (5 ms) old.
+    std::atomic<double> modulationTime_{0.0};
     AudioFormat format_;
     int maxFrames_;
 };
+
+static_assert(std::atomic<double>::is_always_lock_free);
 
 }  // namespace parlova
