@@ -29,7 +29,7 @@ struct LiveRoute {
 
 class LiveGraph {
 public:
-    static constexpr double kSampleRate = 48000.0;
+    static constexpr double kSampleRate = kChainSampleRate;
     static constexpr double kMonitorCushionSeconds = 0.03;
     static constexpr int kTapFrames = 1024;
     // What the output keeps queued at the server. It adds to the delay, and it

@@ -1,6 +1,7 @@
 #include "engine/PlaybackGraph.h"
 
 #include "engine/ChainOutput.h"
+#include "engine/RateConverter.h"
 
 #include <algorithm>
 #include <cmath>
@@ -40,10 +41,13 @@ PlaybackGraph::PlaybackGraph(AudioBackend& backend, std::unique_ptr<AudioFileRea
     });
     // The shifter's 75 ms block plus a short reverb tail.
     player_ = std::make_unique<Player>(*file_, finished_, static_cast<long long>(0.4 * fileFormat.sampleRate));
-    chain_ = std::make_shared<VoiceChain>(voice, player_.get(), fileFormat);
+    // The chain runs at its own rate whatever the file's; the server converts for the device.
+    converted_ = std::make_unique<RateConvertingSource>(player_.get(), fileFormat.channels, fileFormat.sampleRate,
+                                                        kChainSampleRate);
+    chain_ = std::make_shared<VoiceChain>(voice, converted_.get(), AudioFormat{kChainSampleRate, fileFormat.channels});
     stage_ = std::make_unique<EffectVoiceStage>(chain_);
-    renderer_ = std::make_unique<ChainOutput>(*stage_, *meterRelay_, fileFormat.sampleRate);
-    output_ = backend.openOutput(output, AudioFormat{fileFormat.sampleRate, 2}, *renderer_, 0.05, faults);
+    renderer_ = std::make_unique<ChainOutput>(*stage_, *meterRelay_, kChainSampleRate);
+    output_ = backend.openOutput(output, AudioFormat{kChainSampleRate, 2}, *renderer_, 0.05, faults);
 }
 
 PlaybackGraph::~PlaybackGraph() { output_.reset(); }

@@ -34,6 +34,7 @@ private:
     std::atomic<bool> finished_{false};
     std::unique_ptr<TapRelay> meterRelay_;
     std::unique_ptr<Player> player_;
+    std::unique_ptr<AudioSource> converted_;
     std::shared_ptr<VoiceChain> chain_;
     std::unique_ptr<EffectVoiceStage> stage_;
     std::unique_ptr<AudioSource> renderer_;

@@ -4,7 +4,6 @@
 #include "engine/OfflineRenderer.h"
 #include "engine/RateConverter.h"
 #include "engine/VoiceChain.h"
-#include "support/Analysis.h"
 #include "support/MemorySource.h"
 #include "support/TestAudio.h"
 
@@ -20,7 +19,7 @@ TEST(ChainRate, ConvertingSourceKeepsTimeAndLevelWhateverThePullSizes) {
                             {96000.0, 48000.0}}) {
         // A click at 0.2 s and a tone from 0.5 s, in two channels.
         const size_t frames = static_cast<size_t>(from);
-        std::vector<float> click(frames, 0.0f), tone = testaudio::sine(1000, from, frames, 0.5f);
+        std::vector<float> click(frames, 0.0f), tone = testaudio::tone(1000, from, frames, 0.5f);
         click[frames / 5] = 1.0f;
         std::fill(tone.begin(), tone.begin() + static_cast<long>(frames / 2), 0.0f);
         testaudio::MemorySource source({click, tone});
@@ -39,7 +38,7 @@ TEST(ChainRate, ConvertingSourceKeepsTimeAndLevelWhateverThePullSizes) {
                                            [](float a, float b) { return std::fabs(a) < std::fabs(b); });
         EXPECT_EQ(peak - out[0].begin(), std::lround(0.2 * to)) << from << " -> " << to;
         const size_t toneFrom = static_cast<size_t>(0.6 * to), toneCount = static_cast<size_t>(0.25 * to);
-        EXPECT_NEAR(testaudio::toneFrequency(out[1], to, toneFrom, toneCount), 1000.0, 1.0) << from << " -> " << to;
+        EXPECT_NEAR(testaudio::fundamental(out[1], to, toneFrom, toneCount), 1000.0, 1.0) << from << " -> " << to;
         EXPECT_NEAR(testaudio::toDb(testaudio::rms(out[1], toneFrom, toneCount) / (0.5 / std::sqrt(2.0))), 0.0, 0.05)
             << from << " -> " << to;
     }
@@ -54,7 +53,7 @@ TEST(ChainRate, ExportsKeepRateChannelsAndLengthAndAutoPitchHitsItsTarget) {
     for (auto [rate, channels] :
          {std::pair{8000.0, 1}, {16000.0, 2}, {22050.0, 1}, {44100.0, 2}, {48000.0, 1}, {96000.0, 2}}) {
         testaudio::Audio talker{rate, {}};
-        talker.channels.assign(static_cast<size_t>(channels), analysis::sawtooth(100, 3.0, rate, 0.3f, true));
+        talker.channels.assign(static_cast<size_t>(channels), testaudio::tone(100, rate, static_cast<size_t>(3.0 * rate), 0.3f, testaudio::Wave::vowel));
         const std::string in = dir.file("in.wav"), out = dir.file("out.wav");
         ASSERT_TRUE(testaudio::writeWav(in, talker));
         renderOffline(in, out, man);
@@ -63,9 +62,9 @@ TEST(ChainRate, ExportsKeepRateChannelsAndLengthAndAutoPitchHitsItsTarget) {
         EXPECT_EQ(rendered.sampleRate, rate);
         EXPECT_EQ(rendered.channelCount(), channels) << rate;
         EXPECT_EQ(rendered.frames(), talker.frames() + static_cast<int64_t>(std::floor(0.8 * rate))) << rate;
-        const double hz = analysis::fundamental(rendered.channels.back(), rate, static_cast<size_t>(2.0 * rate),
+        const double hz = testaudio::fundamental(rendered.channels.back(), rate, static_cast<size_t>(2.0 * rate),
                                                 static_cast<size_t>(0.8 * rate));
         RecordProperty("hzAt" + std::to_string(static_cast<int>(rate)), std::to_string(hz));
-        EXPECT_NEAR(analysis::cents(hz, 108.0), 0.0, 35.0) << rate << " Hz file renders at " << hz << " Hz";
+        EXPECT_NEAR(testaudio::cents(hz, 108.0), 0.0, 35.0) << rate << " Hz file renders at " << hz << " Hz";
     }
 }

@@ -4,7 +4,6 @@
 // of sound. PARLOVA_REGENERATE_GOLDEN=1 rewrites the stored figures.
 #include "SpeechRecordings.h"
 #include "engine/OfflineRenderer.h"
-#include "support/Analysis.h"
 #include "support/TestAudio.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +38,7 @@ Figures measure(const std::vector<float>& samples, double rate) {
     const size_t lookAhead = static_cast<size_t>(rate / 60) + 2;  // the pitch search reads past its frame
     for (size_t at = 0; at + hop + lookAhead <= samples.size(); at += hop) {
         pitchDb.push_back(testaudio::toDb(testaudio::rms(samples, at, hop)));
-        f.pitchHz.push_back(analysis::fundamental(samples, rate, at, hop));
+        f.pitchHz.push_back(testaudio::fundamental(samples, rate, at, hop));
     }
     const double loudest = *std::max_element(pitchDb.begin(), pitchDb.end());
     for (size_t i = 0; i < pitchDb.size(); ++i)
@@ -108,7 +107,7 @@ TEST(GoldenRender, OldLadyOnRealSpeechMatchesTheStoredFigures) {
     for (size_t i = 0; same && i < golden.pitchHz.size(); ++i) {
         const double expected = golden.pitchHz[i], got = actual.pitchHz[i];
         const bool voiced = expected > 0, nowVoiced = got > 0;
-        if (voiced != nowVoiced || (voiced && std::fabs(analysis::cents(got, expected)) > kPitchToleranceCents))
+        if (voiced != nowVoiced || (voiced && std::fabs(testaudio::cents(got, expected)) > kPitchToleranceCents))
             ++misses;
     }
     EXPECT_LE(misses, kPitchMissesAllowed) << "frames whose pitch moved by more than " << kPitchToleranceCents
