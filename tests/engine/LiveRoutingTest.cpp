@@ -3,11 +3,10 @@
 #include "engine/LiveRouting.h"
 #include "engine/LiveSession.h"
 #include "common/VoiceEngineError.h"
+#include "support/FakeBackend.h"
 #include "support/PulseServer.h"
 
 #include <gtest/gtest.h>
-
-#include <atomic>
 
 using namespace parlova;
 
@@ -103,49 +102,12 @@ TEST(LiveRouting, MissingDevicesAndTheSystemMicrophone) {
 
 namespace {
 
-class FakeStream : public AudioStream {
-public:
-    void start() override {}
-    void stop() override {}
-    double latencySeconds() const override { return 0.01; }
-};
-
-// A server that answers its first `failures` snapshots with nothing.
-class FakeBackend : public AudioBackend {
-public:
-    explicit FakeBackend(int failures) : failures_(failures) {}
-    std::optional<DeviceTable> snapshot() override {
-        ++snapshots;
-        if (failures_-- > 0) return std::nullopt;
-        return machine();
-    }
-    bool setDefaultInput(const DeviceEntry&) override { return true; }
-    std::unique_ptr<AudioStream> openCapture(const DeviceEntry&, double, double, CaptureSink&, StreamFaults) override {
-        return std::make_unique<FakeStream>();
-    }
-    std::unique_ptr<AudioStream> openOutput(const DeviceEntry&, AudioFormat, AudioSource&, double, StreamFaults) override {
-        return std::make_unique<FakeStream>();
-    }
-    RealtimeGrant realtimeGrant() const override { return RealtimeGrant::none; }
-    std::optional<uint32_t> loadModule(const std::string&, const std::string&, int*) override { return {}; }
-    bool unloadModule(uint32_t) override { return false; }
-    std::optional<std::vector<ModuleInfo>> modules() override { return {}; }
-    std::string serverName() override { return "fake"; }
-    BackendEvents& events() override { return events_; }
-
-    std::atomic<int> snapshots{0};
-
-private:
-    std::atomic<int> failures_;
-    BackendEvents events_;
-};
-
 struct StartOutcome {
     bool started = false;
     QString error;
 };
 
-StartOutcome startWith(FakeBackend& backend) {
+StartOutcome startWith(testaudio::FakeBackend& backend) {
     BackendJobs jobs;
     LiveSession session(&backend, jobs);
     StartOutcome outcome;
@@ -166,13 +128,13 @@ StartOutcome startWith(FakeBackend& backend) {
 }  // namespace
 
 TEST(LiveSessionRetries, ThirdAttemptSucceedsQuietlyAndThreeFailuresGiveTheSentence) {
-    FakeBackend lateServer(2);
+    testaudio::FakeBackend lateServer(machine, 2);
     const auto late = startWith(lateServer);
     EXPECT_TRUE(late.started);
     EXPECT_TRUE(late.error.isEmpty());
     EXPECT_EQ(lateServer.snapshots.load(), 3);
 
-    FakeBackend noServer(100);
+    testaudio::FakeBackend noServer(machine, 100);
     const auto none = startWith(noServer);
     EXPECT_FALSE(none.started);
     EXPECT_EQ(none.error.toStdString(), kNoServerMessage);

@@ -1,6 +1,10 @@
-// The render path must never touch the heap: every render block and modulation
-// tick of a full chain runs with allocation counting switched on.
-#include "engine/VoiceChain.h"
+// The render path must never touch the heap: the capture side (fan-out, the
+// recording tap, the bridge write) and the output side (bridge read, the whole
+// chain, the meter tap, the volume ramp, the monitor bridge) of a live route,
+// and the rate conversion of clip playback, run with allocation counting on.
+#include "engine/LiveGraph.h"
+#include "engine/RateConverter.h"
+#include "support/FakeBackend.h"
 #include "support/MemorySource.h"
 
 #include <gtest/gtest.h>
@@ -52,6 +56,57 @@ extern "C" void* realloc(void* p, std::size_t size) {
 #endif
 
 using namespace parlova;
+
+namespace {
+DeviceEntry device(uint32_t id, bool input) {
+    DeviceEntry e;
+    e.id = id;
+    e.uid = e.name = "device";
+    (input ? e.inputChannels : e.outputChannels) = 2;
+    return e;
+}
+}  // namespace
+
+TEST(RenderAllocation, LiveRouteAndPlaybackConversionNeverAllocate) {
+#ifndef PARLOVA_COUNT_ALLOCATIONS
+    GTEST_SKIP() << "allocation counting is off under the sanitizers";
+#endif
+    testaudio::FakeBackend backend([] { return DeviceTable{}; });
+    LiveRoute route{device(1, true), device(2, false), device(3, false), true};
+    Voice voice = Voice::builtIns()[0];  // every stage active: shift, vibrato, grain, EQ, reverb, tremolo
+    voice.targetPitch = 200;
+    std::atomic<int> recorded{0};
+    LiveGraph graph(backend, route, EffectVoiceStage::factory(voice),
+                    [&](const float*, int frames) { recorded += frames; }, [](const float*, int) {}, {});
+    ASSERT_EQ(backend.outputs.size(), 2u);  // the output, then the monitor
+    graph.start();
+    graph.setAudible(true);
+
+    std::vector<float> mic(480), left(480), right(480);
+    for (size_t i = 0; i < mic.size(); ++i) mic[i] = 0.3f * static_cast<float>(std::sin(0.02 * i));
+    BufferList list;
+    list.count = 2;
+    list.data[0] = left.data();
+    list.data[1] = right.data();
+    std::vector<float> fileInput(44100);
+    testaudio::MemorySource file({fileInput});
+    RateConvertingSource converted(&file, 1, 44100, kChainSampleRate);
+    BufferList one;
+    one.count = 1;
+    one.data[0] = left.data();
+
+    counting = true;
+    for (int block = 0; block < 200; ++block) {
+        graph.mic().capturedAudio(mic.data(), static_cast<int>(mic.size()));
+        graph.chain()->modulate(block * 0.01);
+        backend.outputs[0]->pull(list, 480);
+        backend.outputs[1]->pull(list, 480);
+        converted.pull(one, 480);
+    }
+    counting = false;
+    EXPECT_EQ(allocations.load(), 0);
+    graph.stop();
+}
 
 TEST(RenderAllocation, ChainRenderAndModulationNeverAllocate) {
 #ifndef PARLOVA_COUNT_ALLOCATIONS

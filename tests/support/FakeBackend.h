@@ -1,0 +1,53 @@
+#pragma once
+// A sound server in memory: a fixed device table (after a number of refused
+// snapshots), streams that do nothing by themselves, and the render source of
+// every output opened, so a test can pull them the way a device would.
+#include "devices/AudioBackend.h"
+
+#include <atomic>
+#include <functional>
+#include <vector>
+
+namespace parlova::testaudio {
+
+class FakeStream : public AudioStream {
+public:
+    void start() override {}
+    void stop() override {}
+    double latencySeconds() const override { return 0.01; }
+};
+
+class FakeBackend : public AudioBackend {
+public:
+    FakeBackend(std::function<DeviceTable()> table, int refusals = 0) : table_(std::move(table)), refusals_(refusals) {}
+    std::optional<DeviceTable> snapshot() override {
+        ++snapshots;
+        if (refusals_-- > 0) return std::nullopt;
+        return table_();
+    }
+    bool setDefaultInput(const DeviceEntry&) override { return true; }
+    std::unique_ptr<AudioStream> openCapture(const DeviceEntry&, double, double, CaptureSink&, StreamFaults) override {
+        return std::make_unique<FakeStream>();
+    }
+    std::unique_ptr<AudioStream> openOutput(const DeviceEntry&, AudioFormat, AudioSource& render, double,
+                                            StreamFaults) override {
+        outputs.push_back(&render);
+        return std::make_unique<FakeStream>();
+    }
+    RealtimeGrant realtimeGrant() const override { return RealtimeGrant::none; }
+    std::optional<uint32_t> loadModule(const std::string&, const std::string&, int*) override { return {}; }
+    bool unloadModule(uint32_t) override { return false; }
+    std::optional<std::vector<ModuleInfo>> modules() override { return {}; }
+    std::string serverName() override { return "fake"; }
+    BackendEvents& events() override { return events_; }
+
+    std::atomic<int> snapshots{0};
+    std::vector<AudioSource*> outputs;  // in the order opened
+
+private:
+    std::function<DeviceTable()> table_;
+    std::atomic<int> refusals_;
+    BackendEvents events_;
+};
+
+}  // namespace parlova::testaudio
