@@ -199,22 +199,19 @@ void VoiceEngine::restartForDeviceChange() {
     updateLiveEngine();
 }
 
-void VoiceEngine::setInputUID(const QString& uid, bool remember) {
-    if (inputUID_ == uid) return;
-    inputUID_ = uid;
-    if (remember && uid.isEmpty()) settings_->remove(kInputDeviceKey);
-    else if (remember) settings_->setValue(kInputDeviceKey, uid);
+void VoiceEngine::chooseDevice(QString& chosen, const char* key, const QString& uid, bool remember) {
+    if (chosen == uid) return;
+    chosen = uid;
+    if (remember && uid.isEmpty()) settings_->remove(key);
+    else if (remember) settings_->setValue(key, uid);
     emit devicesChosen();
     restartForDeviceChange();
 }
 
+void VoiceEngine::setInputUID(const QString& uid, bool remember) { chooseDevice(inputUID_, kInputDeviceKey, uid, remember); }
+
 void VoiceEngine::setOutputUID(const QString& uid, bool remember) {
-    if (outputUID_ == uid) return;
-    outputUID_ = uid;
-    if (remember && uid.isEmpty()) settings_->remove(kOutputDeviceKey);
-    else if (remember) settings_->setValue(kOutputDeviceKey, uid);
-    emit devicesChosen();
-    restartForDeviceChange();
+    chooseDevice(outputUID_, kOutputDeviceKey, uid, remember);
 }
 
 void VoiceEngine::setCallMode(bool on) {

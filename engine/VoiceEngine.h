@@ -156,6 +156,7 @@ private:
     void liveRouteStarted();
     void setRecording(bool on);
     void finishRecording();
+    void chooseDevice(QString& chosen, const char* key, const QString& uid, bool remember);
     void feedMeter(float level);
     void applyVoiceToChains();
     void publishDetectedPitch();
