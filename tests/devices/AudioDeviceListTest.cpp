@@ -11,52 +11,34 @@
 #include <gtest/gtest.h>
 
 using namespace parlova;
-using parlova::pulse::ServerSnapshot;
-using parlova::pulse::SinkInfo;
-using parlova::pulse::SourceInfo;
 using parlova::testpulse::PrivateServer;
 
 namespace {
 
-// A null sink with its monitor, as the server reports one.
-void addSink(ServerSnapshot& snap, uint32_t index, const std::string& name, const std::string& description,
-             int channels = 2, const std::string& formFactor = "") {
-    SinkInfo sink;
-    sink.index = index;
-    sink.name = name;
-    sink.description = description;
-    sink.channels = channels;
-    sink.rate = 48000;
-    sink.monitorSource = 100 + index;
-    sink.formFactor = formFactor;
-    snap.sinks.push_back(sink);
-    SourceInfo monitor;
-    monitor.index = 100 + index;
-    monitor.name = name + ".monitor";
-    monitor.description = "Monitor of " + description;
-    monitor.channels = channels;
-    monitor.monitorOfSink = index;
-    snap.sources.push_back(monitor);
-}
-
-void addSource(ServerSnapshot& snap, uint32_t index, const std::string& name, const std::string& description,
-               const std::string& master = "", int channels = 1) {
-    SourceInfo src;
-    src.index = index;
-    src.name = name;
-    src.description = description;
-    src.channels = channels;
-    src.rate = 48000;
-    src.masterDevice = master;
-    snap.sources.push_back(src);
-}
-
-// A null sink and a remap source of its monitor: a virtual microphone.
-void addLoopback(ServerSnapshot& snap, uint32_t sinkIndex, uint32_t sourceIndex, const std::string& name,
-                 const std::string& description) {
-    addSink(snap, sinkIndex, name + "_sink", description, 1);
-    addSource(snap, sourceIndex, name, description, name + "_sink.monitor");
-}
+// A server snapshot built up as the server reports its objects.
+struct Snap {
+    pulse::ServerSnapshot s;
+    // A sink with its monitor source (index 100 + index).
+    Snap& sink(uint32_t i, const std::string& name, const std::string& description, int channels = 2) {
+        pulse::SinkInfo& k = s.sinks.emplace_back();
+        k.index = i, k.name = name, k.description = description, k.channels = channels, k.rate = 48000;
+        k.monitorSource = 100 + i;
+        source(100 + i, name + ".monitor", "Monitor of " + description, "", channels).s.sources.back().monitorOfSink = i;
+        return *this;
+    }
+    Snap& source(uint32_t i, const std::string& name, const std::string& description, const std::string& master = "",
+                 int channels = 1) {
+        pulse::SourceInfo& k = s.sources.emplace_back();
+        k.index = i, k.name = name, k.description = description, k.channels = channels, k.rate = 48000;
+        k.masterDevice = master;
+        return *this;
+    }
+    // A mono null sink and a remap source of its monitor: a virtual microphone.
+    Snap& loopback(uint32_t sinkIndex, uint32_t sourceIndex, const std::string& name, const std::string& description) {
+        return sink(sinkIndex, name + "_sink", description, 1).source(sourceIndex, name, description, name + "_sink.monitor");
+    }
+    DeviceTable table() const { return pulse::buildDeviceTable(s); }
+};
 
 QStringList names(const QList<AudioDevice>& devices) {
     QStringList out;
@@ -66,163 +48,102 @@ QStringList names(const QList<AudioDevice>& devices) {
 
 }  // namespace
 
-TEST(DeviceRulesLists, EmptyServerPublishesNothing) {
-    const auto table = pulse::buildDeviceTable(ServerSnapshot{});
-    const auto lists = deviceRules::publishedLists(table);
-    EXPECT_TRUE(lists.inputs.isEmpty());
-    EXPECT_TRUE(lists.outputs.isEmpty());
-    EXPECT_FALSE(deviceRules::virtualCable(lists.inputs, lists.outputs));
-    EXPECT_FALSE(deviceRules::virtualCableID(table));
-    EXPECT_TRUE(deviceRules::physicalInputIDs(table).empty());
+TEST(DeviceRules, PublishedListsCableAndPhysicalInputs) {
+    const struct {
+        const char* what;
+        Snap snap;
+        QStringList inputs, outputs;
+        const char* cable;  // the published cable's name, nullptr for none
+        std::optional<uint32_t> cableId;
+        std::vector<uint32_t> physical;
+    } cases[] = {
+        {"an empty server", Snap(), {}, {}, nullptr, std::nullopt, {}},
+        {"monitors are hidden", Snap().sink(0, "speakers", "Speakers").source(5, "usb_mic", "USB Mic"), {"USB Mic"},
+         {"Speakers"}, nullptr, std::nullopt, {5}},
+        {"the server's order is kept",
+         Snap().sink(3, "z_sink", "Zeta").sink(1, "a_sink", "Alpha").source(9, "mic_b", "Bravo").source(2, "mic_a", "Able"),
+         {"Bravo", "Able"}, {"Zeta", "Alpha"}, nullptr, std::nullopt, {9, 2}},
+        {"devices without channels or text are left out; unnamed microphones are still real",
+         Snap().source(1, "silent", "No Channels", "", 0).source(2, "", "No Name").source(3, "nodesc", ""), {}, {},
+         nullptr, std::nullopt, {2, 3}},
+        {"a loopback is one record in both lists",
+         Snap().sink(0, "speakers", "Speakers").loopback(4, 7, "parlova_mic", "Parlova Mic"), {"Parlova Mic"},
+         {"Parlova Mic", "Speakers"}, "Parlova Mic", 7, {}},
+        {"the own name wins over a BlackHole that comes first",
+         Snap().loopback(1, 11, "blackhole", "BlackHole 2ch").loopback(2, 12, "parlova_mic", "Parlova Mic"),
+         {"BlackHole 2ch", "Parlova Mic"}, {"BlackHole 2ch", "Parlova Mic"}, "Parlova Mic", 12, {}},
+        {"between the two own names the first wins",
+         Snap().loopback(1, 11, "tovix", "Tovix Voice Changer Mic").loopback(2, 12, "parlova_mic", "Parlova Mic"),
+         {"Tovix Voice Changer Mic", "Parlova Mic"}, {"Tovix Voice Changer Mic", "Parlova Mic"},
+         "Tovix Voice Changer Mic", 11, {}},
+        {"another letter case is not an own name",
+         Snap().loopback(1, 11, "fake", "parlova mic").loopback(2, 12, "bh", "my blackhole device"),
+         {"parlova mic", "my blackhole device"}, {"parlova mic", "my blackhole device"}, "my blackhole device", 12,
+         {11}},
+        {"an input-only BlackHole is found by id but is not the cable",
+         Snap().source(3, "bh_in", "BlackHole 16ch").sink(0, "speakers", "Speakers"), {"BlackHole 16ch"},
+         {"Speakers"}, nullptr, 3, {}},
+        {"the monitor of a BlackHole sink is never the cable", Snap().sink(0, "bh", "BlackHole Out"), {},
+         {"BlackHole Out"}, nullptr, std::nullopt, {}},
+    };
+    for (const auto& c : cases) {
+        const auto table = c.snap.table();
+        const auto lists = deviceRules::publishedLists(table);
+        EXPECT_EQ(names(lists.inputs), c.inputs) << c.what;
+        EXPECT_EQ(names(lists.outputs), c.outputs) << c.what;
+        const auto cable = deviceRules::virtualCable(lists.inputs, lists.outputs);
+        EXPECT_EQ(cable ? cable->name : QString(), QString(c.cable)) << c.what;
+        EXPECT_EQ(deviceRules::virtualCableID(table), c.cableId) << c.what;
+        EXPECT_EQ(deviceRules::physicalInputIDs(table), c.physical) << c.what;
+    }
 }
 
-TEST(DeviceRulesLists, MonitorsAreHiddenButFoundByUid) {
-    ServerSnapshot snap;
-    addSink(snap, 0, "speakers", "Speakers");
-    addSource(snap, 5, "usb_mic", "USB Mic");
-    const auto table = pulse::buildDeviceTable(snap);
+TEST(DeviceRules, IdsUidsLoopbackEntriesAndDefaults) {
+    Snap snap = Snap().sink(0, "speakers", "Speakers").loopback(4, 7, "parlova_mic", "Parlova Mic");
+    snap.s.defaultSource = "parlova_mic";
+    snap.s.defaultSink = "parlova_mic_sink";
+    auto table = snap.table();
     const auto lists = deviceRules::publishedLists(table);
-    EXPECT_EQ(names(lists.inputs), QStringList{"USB Mic"});
-    EXPECT_EQ(names(lists.outputs), QStringList{"Speakers"});
-    EXPECT_EQ(deviceRules::physicalInputIDs(table), std::vector<uint32_t>{5});
+    EXPECT_EQ(lists.inputs[0], lists.outputs[0]);
+    EXPECT_EQ(lists.outputs[1].id, 0u | kSinkIdBit);  // sink ids carry the high bit
+    EXPECT_EQ(lists.outputs[1].uid, "speakers");
+    EXPECT_EQ(table.defaultInput, std::optional<uint32_t>(7));
+    EXPECT_EQ(table.defaultOutput, std::optional<uint32_t>(7));
+    const DeviceEntry* mic = table.find(7);
+    ASSERT_TRUE(mic);
+    EXPECT_EQ(mic->sinkName, "parlova_mic_sink");
+    EXPECT_EQ(mic->sourceName, "parlova_mic");
+    EXPECT_EQ(mic->outputChannels, 1);
+    EXPECT_TRUE(table.find(4 | kSinkIdBit)->hidden);
+    // Hidden monitors are still found by UID; UIDs match exactly.
     EXPECT_EQ(deviceRules::deviceID(table, QString("speakers.monitor")), std::optional<uint32_t>(100));
     EXPECT_EQ(deviceRules::deviceID(table, QString("speakers")), std::optional<uint32_t>(0 | kSinkIdBit));
     EXPECT_FALSE(deviceRules::deviceID(table, std::nullopt));
     EXPECT_FALSE(deviceRules::deviceID(table, QString("unplugged")));
-    EXPECT_FALSE(deviceRules::deviceID(table, QString("Speakers")));  // UIDs match exactly
-}
+    EXPECT_FALSE(deviceRules::deviceID(table, QString("Speakers")));
 
-TEST(DeviceRulesLists, OrderIsTheServersAndSinkIdsCarryTheHighBit) {
-    ServerSnapshot snap;
-    addSink(snap, 3, "z_sink", "Zeta");
-    addSink(snap, 1, "a_sink", "Alpha");
-    addSource(snap, 9, "mic_b", "Bravo");
-    addSource(snap, 2, "mic_a", "Able");
-    const auto lists = deviceRules::publishedLists(pulse::buildDeviceTable(snap));
-    EXPECT_EQ(names(lists.outputs), (QStringList{"Zeta", "Alpha"}));
-    EXPECT_EQ(names(lists.inputs), (QStringList{"Bravo", "Able"}));
-    EXPECT_EQ(lists.outputs[0].id, 3u | kSinkIdBit);
-    EXPECT_EQ(lists.outputs[0].uid, "z_sink");
-    EXPECT_EQ(lists.inputs[1].id, 2u);
-}
-
-TEST(DeviceRulesLists, DevicesWithoutChannelsOrTextAreLeftOut) {
-    ServerSnapshot snap;
-    addSource(snap, 1, "silent", "No Channels", "", 0);
-    addSource(snap, 2, "", "No Name");
-    addSource(snap, 3, "nodesc", "");
-    const auto table = pulse::buildDeviceTable(snap);
-    const auto lists = deviceRules::publishedLists(table);
-    EXPECT_TRUE(lists.inputs.isEmpty());
-    // A microphone whose name or UID cannot be read is still a real microphone.
-    EXPECT_EQ(deviceRules::physicalInputIDs(table), (std::vector<uint32_t>{2, 3}));
-}
-
-TEST(DeviceRulesLoopback, LoopbackIsOneRecordInBothListsAndItsSinkIsHidden) {
-    ServerSnapshot snap;
-    addSink(snap, 0, "speakers", "Speakers");
-    addLoopback(snap, 4, 7, "parlova_mic", "Parlova Mic");
-    const auto table = pulse::buildDeviceTable(snap);
-    const auto lists = deviceRules::publishedLists(table);
-    ASSERT_EQ(names(lists.inputs), QStringList{"Parlova Mic"});
-    EXPECT_EQ(names(lists.outputs), (QStringList{"Parlova Mic", "Speakers"}));
-    EXPECT_EQ(lists.inputs[0], lists.outputs[0]);
-    EXPECT_EQ(lists.inputs[0].id, 7u);
-    const DeviceEntry* e = table.find(7);
-    ASSERT_TRUE(e);
-    EXPECT_EQ(e->sinkName, "parlova_mic_sink");
-    EXPECT_EQ(e->sourceName, "parlova_mic");
-    EXPECT_EQ(e->outputChannels, 1);
-    ASSERT_TRUE(table.find(4 | kSinkIdBit));
-    EXPECT_TRUE(table.find(4 | kSinkIdBit)->hidden);
-    auto cable = deviceRules::virtualCable(lists.inputs, lists.outputs);
-    ASSERT_TRUE(cable);
-    EXPECT_EQ(cable->uid, "parlova_mic");
-    EXPECT_EQ(deviceRules::virtualCableID(table), std::optional<uint32_t>(7));
-    EXPECT_TRUE(deviceRules::physicalInputIDs(table).empty());
-}
-
-TEST(DeviceRulesLoopback, ExplicitLoopbackPropertyNamesTheSink) {
-    ServerSnapshot snap;
-    addSink(snap, 2, "feed", "Parlova Mic", 1);
-    SourceInfo src;
-    src.index = 9;
-    src.name = "parlova_mic";
-    src.description = "Parlova Mic";
-    src.channels = 1;
-    src.loopbackSink = "feed";
-    snap.sources.push_back(src);
-    const auto table = pulse::buildDeviceTable(snap);
+    // An explicit loopback property names the sink, whatever the source's master.
+    snap = Snap().sink(2, "feed", "Parlova Mic", 1).source(9, "parlova_mic", "Parlova Mic");
+    snap.s.sources.back().loopbackSink = "feed";
+    table = snap.table();
     ASSERT_TRUE(table.find(9));
     EXPECT_EQ(table.find(9)->sinkName, "feed");
     EXPECT_TRUE(table.find(2 | kSinkIdBit)->hidden);
 }
 
-TEST(DeviceRulesCable, NameRulesPickTheCable) {
-    using Build = void (*)(ServerSnapshot&);
-    struct Case {
-        const char* what;
-        Build build;
-        const char* cable;  // nullptr: no published cable
-        std::optional<uint32_t> id;
-        std::vector<uint32_t> physical;
-    };
-    const Case cases[] = {
-        {"own name wins over a BlackHole that comes first",
-         [](ServerSnapshot& s) {
-             addLoopback(s, 1, 11, "blackhole", "BlackHole 2ch");
-             addLoopback(s, 2, 12, "parlova_mic", "Parlova Mic");
-         },
-         "Parlova Mic", 12, {}},
-        {"between the two own names the first wins",
-         [](ServerSnapshot& s) {
-             addLoopback(s, 1, 11, "tovix", "Tovix Voice Changer Mic");
-             addLoopback(s, 2, 12, "parlova_mic", "Parlova Mic");
-         },
-         "Tovix Voice Changer Mic", 11, {}},
-        {"other letter case is not an own name",
-         [](ServerSnapshot& s) {
-             addLoopback(s, 1, 11, "fake", "parlova mic");
-             addLoopback(s, 2, 12, "bh", "my blackhole device");
-         },
-         "my blackhole device", 12, {11}},
-        {"an input-only BlackHole is found by id but is not the cable",
-         [](ServerSnapshot& s) {
-             addSource(s, 3, "bh_in", "BlackHole 16ch");
-             addSink(s, 0, "speakers", "Speakers");
-         },
-         nullptr, 3, {}},
-        {"the monitor of a BlackHole sink is never the cable",
-         [](ServerSnapshot& s) { addSink(s, 0, "bh", "BlackHole Out"); }, nullptr, std::nullopt, {}},
-    };
-    for (const auto& c : cases) {
-        ServerSnapshot snap;
-        c.build(snap);
-        const auto table = pulse::buildDeviceTable(snap);
-        const auto lists = deviceRules::publishedLists(table);
-        const auto cable = deviceRules::virtualCable(lists.inputs, lists.outputs);
-        EXPECT_EQ(cable ? cable->name : QString(), c.cable ? QString(c.cable) : QString()) << c.what;
-        EXPECT_EQ(deviceRules::virtualCableID(table), c.id) << c.what;
-        if (!c.physical.empty()) { EXPECT_EQ(deviceRules::physicalInputIDs(table), c.physical) << c.what; }
-    }
-}
-
-TEST(DeviceRulesSpeaker, PortThenPortNameThenFormFactorThenName) {
-
-    struct Case {
+TEST(DeviceRules, SpeakerByPortThenPortNameThenFormFactorThenName) {
+    const struct {
         PortKind port;
-        const char* portName;
-        const char* formFactor;
+        const char *portName, *formFactor;
         std::optional<std::string> name;
         bool speaker;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {PortKind::headphones, "", "", "Studio Speaker Box", false},  // the port wins over the name
         {PortKind::speaker, "", "", "Output", true},
         {PortKind::unknown, "analog-output-headphones", "", "Speaker", false},
         {PortKind::unknown, "analog-output-speaker", "", "Output", true},
         {PortKind::unknown, "", "headphone", "Speaker", false},
-        {PortKind::unknown, "", "", "Speaker", true},  // "speaker" in any case
+        {PortKind::unknown, "", "", "Speaker", true},
         {PortKind::unknown, "", "", "HDMI", false},
         {PortKind::unknown, "", "", std::nullopt, false},
     };
@@ -234,17 +155,6 @@ TEST(DeviceRulesSpeaker, PortThenPortNameThenFormFactorThenName) {
         e.name = c.name;
         EXPECT_EQ(deviceRules::isSpeaker(e), c.speaker) << c.portName << c.formFactor << c.name.value_or("-");
     }
-}
-
-TEST(DeviceRulesDefaults, DefaultsMapToEntriesAndLoopbacks) {
-    ServerSnapshot snap;
-    addSink(snap, 0, "speakers", "Speakers");
-    addLoopback(snap, 4, 7, "parlova_mic", "Parlova Mic");
-    snap.defaultSource = "parlova_mic";
-    snap.defaultSink = "parlova_mic_sink";
-    const auto table = pulse::buildDeviceTable(snap);
-    EXPECT_EQ(table.defaultInput, std::optional<uint32_t>(7));
-    EXPECT_EQ(table.defaultOutput, std::optional<uint32_t>(7));
 }
 
 // ---- Against the private sound server ----

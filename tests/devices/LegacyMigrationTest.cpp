@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 
 using parlova::LegacyMigration;
 
@@ -20,20 +19,16 @@ namespace {
 class LegacyMigrationTest : public ::testing::Test {
 protected:
     QTemporaryDir root;
-    std::unique_ptr<QSettings> current, former;
-    QString support, formerSupport;
+    QSettings current{root.filePath("config/Parlova.ini"), QSettings::IniFormat};
+    QSettings former{root.filePath("config/Tovix.ini"), QSettings::IniFormat};
+    const QString support = root.filePath("share/Parlova"), formerSupport = root.filePath("share/TovixVoiceChanger");
+    const QByteArray oldPath = formerSupport.toUtf8(), newPath = support.toUtf8();
+    static constexpr const char* kLib = "/voice-lab/.venv/lib/python3.11/site-packages";
 
-    void SetUp() override {
-        ASSERT_TRUE(root.isValid());
-        current = std::make_unique<QSettings>(root.filePath("config/Parlova.ini"), QSettings::IniFormat);
-        former = std::make_unique<QSettings>(root.filePath("config/Tovix.ini"), QSettings::IniFormat);
-        support = root.filePath("share/Parlova");
-        formerSupport = root.filePath("share/TovixVoiceChanger");
-        QDir().mkpath(root.filePath("share"));
+    void migrate() {
+        former.sync();
+        LegacyMigration::run(current, former, support, LegacyMigration::labDirectory(support));
     }
-
-    void migrate() { LegacyMigration::run(*current, *former, support, LegacyMigration::labDirectory(support)); }
-
     static void write(const QString& path, const QByteArray& bytes) {
         QDir().mkpath(QFileInfo(path).path());
         QFile f(path);
@@ -44,8 +39,6 @@ protected:
         QFile f(path);
         return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
     }
-    QString formerLib() const { return formerSupport + "/voice-lab/.venv/lib/python3.11/site-packages"; }
-    QString newLib() const { return support + "/voice-lab/.venv/lib/python3.11/site-packages"; }
 };
 
 }  // namespace
@@ -59,94 +52,62 @@ TEST(LegacyMigrationPaths, FormerFolderIsTheSiblingAndTheLabLivesInsideTheSuppor
     EXPECT_TRUE(LegacyMigration::supportDirectory().endsWith("/Parlova"));
 }
 
-TEST_F(LegacyMigrationTest, AUserWithoutTheFormerAppOnlyGetsTheFlag) {
-    migrate();
-    EXPECT_TRUE(current->value(LegacyMigration::kFlagKey).toBool());
-    EXPECT_EQ(current->allKeys(), QStringList{LegacyMigration::kFlagKey});
-    EXPECT_FALSE(QFileInfo::exists(support));
-    // The flag is on disk, not only in memory.
-    QSettings reread(root.filePath("config/Parlova.ini"), QSettings::IniFormat);
-    EXPECT_TRUE(reread.value(LegacyMigration::kFlagKey).toBool());
-}
-
-TEST_F(LegacyMigrationTest, EveryAbsentKeyIsCopiedAndExistingKeysKeepTheirValues) {
-    const QByteArray voices = R"([{"name":"Granny","pitch":300}])";
-    former->setValue("voices.v5", voices);
-    former->setValue("inputDeviceUID", "old_mic");
-    former->setValue("outputDeviceUID", "old_headphones");
-    former->setValue("clonePlayWhenReady", false);
-    former->setValue("window/width", 912);  // any key, whatever its name
-    former->sync();
-    current->setValue("inputDeviceUID", "new_mic");
-    current->setValue("cloneModel", "best");
-
-    migrate();
-    EXPECT_EQ(current->value("voices.v5").toByteArray(), voices);
-    EXPECT_EQ(current->value("inputDeviceUID").toString(), "new_mic");
-    EXPECT_EQ(current->value("outputDeviceUID").toString(), "old_headphones");
-    EXPECT_FALSE(current->value("clonePlayWhenReady", true).toBool());
-    EXPECT_EQ(current->value("window/width").toInt(), 912);
-    EXPECT_EQ(current->value("cloneModel").toString(), "best");
-    // The former settings are only read.
-    EXPECT_EQ(former->value("inputDeviceUID").toString(), "old_mic");
-}
-
-TEST_F(LegacyMigrationTest, TheFormerFolderMovesAndTheEnvironmentPathsAreRepaired) {
-    const QByteArray oldPath = formerSupport.toUtf8(), newPath = support.toUtf8();
-    write(formerSupport + "/ClonedVoices/library.json", "[]");
-    write(formerLib() + "/_lab.pth", oldPath + "/voice-lab/src\n" + oldPath + "/voice-lab/extra\n");
-    write(formerLib() + "/lab-0.1.dist-info/direct_url.json",
-          R"({"url": "file://)" + oldPath + R"(/voice-lab", "dir_info": {"editable": true}})");
-    write(formerLib() + "/plain.pth", "import site\n");
-    write(formerLib() + "/notes.txt", oldPath);                     // not a path record
-    write(formerLib() + "/latin1.pth", oldPath + "/caf\xe9\n");    // not UTF-8 text
-    write(formerSupport + "/voice-lab/direct_url.json", oldPath);  // outside .venv/lib
+TEST_F(LegacyMigrationTest, KeysAreCopiedWhereAbsentAndTheFolderMovesWithItsPathsRepaired) {
+    former.setValue("voices.v5", R"([{"name":"Granny","pitch":300}])");
+    former.setValue("inputDeviceUID", "old_mic");
+    former.setValue("outputDeviceUID", "old_headphones");
+    former.setValue("window/width", 912);  // any key, whatever its name
+    current.setValue("inputDeviceUID", "new_mic");
+    const QString lib = kLib;
+    // Path records under .venv/lib are rewritten; other files, and text that is not UTF-8, are kept as they are.
+    const struct { QString file; QByteArray before, after; } files[] = {
+        {"/ClonedVoices/library.json", "[]", "[]"},
+        {lib + "/_lab.pth", oldPath + "/voice-lab/src\n" + oldPath + "/voice-lab/extra\n",
+         newPath + "/voice-lab/src\n" + newPath + "/voice-lab/extra\n"},
+        {lib + "/lab-0.1.dist-info/direct_url.json", R"({"url": "file://)" + oldPath + R"(/voice-lab"})",
+         R"({"url": "file://)" + newPath + R"(/voice-lab"})"},
+        {lib + "/plain.pth", "import site\n", "import site\n"},
+        {lib + "/notes.txt", oldPath, oldPath},
+        {lib + "/latin1.pth", oldPath + "/caf\xe9\n", oldPath + "/caf\xe9\n"},
+        {"/voice-lab/direct_url.json", oldPath, oldPath},
+    };
+    for (const auto& f : files) write(formerSupport + f.file, f.before);
 
     migrate();
+    EXPECT_EQ(current.value("voices.v5").toString(), R"([{"name":"Granny","pitch":300}])");
+    EXPECT_EQ(current.value("inputDeviceUID").toString(), "new_mic");
+    EXPECT_EQ(current.value("outputDeviceUID").toString(), "old_headphones");
+    EXPECT_EQ(current.value("window/width").toInt(), 912);
+    EXPECT_EQ(former.value("inputDeviceUID").toString(), "old_mic");  // only read
     EXPECT_FALSE(QFileInfo::exists(formerSupport));
-    EXPECT_EQ(read(support + "/ClonedVoices/library.json"), "[]");
-    EXPECT_EQ(read(newLib() + "/_lab.pth"), newPath + "/voice-lab/src\n" + newPath + "/voice-lab/extra\n");
-    EXPECT_EQ(read(newLib() + "/lab-0.1.dist-info/direct_url.json"),
-              R"({"url": "file://)" + newPath + R"(/voice-lab", "dir_info": {"editable": true}})");
-    EXPECT_EQ(read(newLib() + "/plain.pth"), "import site\n");
-    EXPECT_EQ(read(newLib() + "/notes.txt"), oldPath);
-    EXPECT_EQ(read(newLib() + "/latin1.pth"), oldPath + "/caf\xe9\n");
-    EXPECT_EQ(read(support + "/voice-lab/direct_url.json"), oldPath);
-    EXPECT_TRUE(current->value(LegacyMigration::kFlagKey).toBool());
+    for (const auto& f : files) EXPECT_EQ(read(support + f.file), f.after) << f.file.toStdString();
+    EXPECT_TRUE(current.value(LegacyMigration::kFlagKey).toBool());
 }
 
 TEST_F(LegacyMigrationTest, AnExistingNewFolderIsNeverReplacedOrMergedInto) {
-    const QByteArray oldPath = formerSupport.toUtf8();
     write(formerSupport + "/ClonedVoices/library.json", "[\"old\"]");
-    write(formerLib() + "/_lab.pth", oldPath + "\n");
+    write(formerSupport + kLib + "/_lab.pth", oldPath + "\n");
     write(support + "/ClonedVoices/library.json", "[\"new\"]");
-    write(newLib() + "/_lab.pth", oldPath + "\n");
+    write(support + kLib + "/_lab.pth", oldPath + "\n");
 
     migrate();
     EXPECT_EQ(read(formerSupport + "/ClonedVoices/library.json"), "[\"old\"]");
     EXPECT_EQ(read(support + "/ClonedVoices/library.json"), "[\"new\"]");
-    EXPECT_EQ(read(formerLib() + "/_lab.pth"), oldPath + "\n");
-    EXPECT_EQ(read(newLib() + "/_lab.pth"), oldPath + "\n");  // nothing rewritten without a move
-    EXPECT_TRUE(current->value(LegacyMigration::kFlagKey).toBool());
+    EXPECT_EQ(read(support + kLib + "/_lab.pth"), oldPath + "\n");  // nothing rewritten without a move
+    EXPECT_TRUE(current.value(LegacyMigration::kFlagKey).toBool());
 }
 
-TEST_F(LegacyMigrationTest, ASecondStartDoesNothingEvenWhenTheFormerDataReappears) {
-    former->setValue("outputDeviceUID", "old_headphones");
-    former->sync();
-    write(formerSupport + "/ClonedVoices/library.json", "[1]");
+TEST_F(LegacyMigrationTest, OnlyTheFirstStartMigratesEvenWhenTheFormerDataAppearsLater) {
     migrate();
-    ASSERT_TRUE(QFileInfo::exists(support + "/ClonedVoices/library.json"));
+    EXPECT_EQ(current.allKeys(), QStringList{LegacyMigration::kFlagKey});
+    EXPECT_FALSE(QFileInfo::exists(support));
+    EXPECT_TRUE(QSettings(root.filePath("config/Parlova.ini"), QSettings::IniFormat)
+                    .value(LegacyMigration::kFlagKey).toBool());  // on disk, not only in memory
 
-    // The user removes Parlova's folder and a key; the former app's data comes back.
-    QDir(support).removeRecursively();
-    current->remove("outputDeviceUID");
-    former->setValue("inputDeviceUID", "old_mic");
-    former->sync();
+    former.setValue("inputDeviceUID", "old_mic");
     write(formerSupport + "/ClonedVoices/library.json", "[2]");
-
     migrate();
-    EXPECT_FALSE(current->contains("outputDeviceUID"));
-    EXPECT_FALSE(current->contains("inputDeviceUID"));
+    EXPECT_EQ(current.allKeys(), QStringList{LegacyMigration::kFlagKey});
     EXPECT_FALSE(QFileInfo::exists(support));
     EXPECT_EQ(read(formerSupport + "/ClonedVoices/library.json"), "[2]");
 }

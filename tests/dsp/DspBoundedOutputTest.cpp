@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <random>
 
 using namespace parlova;
@@ -16,78 +17,45 @@ namespace ts = parlova::testaudio;
 
 namespace {
 
-struct NoiseSource : AudioSource {
-    std::mt19937 rng{42};
-    float amplitude = 1.0f;
-    int32_t pull(BufferList& out, int frames) noexcept override {
-        std::uniform_real_distribution<float> dist(-amplitude, amplitude);
-        for (int c = 0; c < out.count; ++c)
-            for (int i = 0; i < frames; ++i) out.data[c][i] = dist(rng);
-        return status::ok;
-    }
-};
-
-// Pulls `blocks` blocks of random sizes from `tail`, calling `tweak` before each,
-// and returns the largest magnitude seen; fails on any non-finite sample.
-template <class Tweak>
-double runBlocks(InPlaceEffectUnit& tail, int blocks, Tweak tweak) {
+// Pulls 1800 blocks of noise through `unit` in blocks (every tenth of a random
+// size), calling `tweak` before each; the largest magnitude seen, or infinity
+// on any non-finite sample.
+double largestOutput(InPlaceEffectUnit& unit, const std::function<void(std::mt19937&)>& tweak) {
+    ts::MemorySource noise(ts::noise(20.0, 48000, 2, 1.0f, 42).channels);
+    unit.setFormat({48000.0, 2});
+    unit.setInput(&noise);
+    unit.allocateRenderResources();
     std::mt19937 rng(7);
-    std::uniform_int_distribution<int> size(0, InPlaceEffectUnit::kDefaultMaxFrames);
     ts::Channels out(2, InPlaceEffectUnit::kDefaultMaxFrames);
     double largest = 0.0;
-    for (int b = 0; b < blocks; ++b) {
+    for (int b = 0; b < 1800; ++b) {
         tweak(rng);
-        const int n = b % 10 == 0 ? size(rng) : 256;
+        const int n = b % 10 == 0 ? std::uniform_int_distribution<int>(0, InPlaceEffectUnit::kDefaultMaxFrames)(rng) : 256;
         BufferList list = out.list(0, n);
-        EXPECT_EQ(tail.pull(list, n), status::ok);
-        for (int c = 0; c < 2; ++c)
-            for (int i = 0; i < n; ++i) {
-                const float v = out[static_cast<size_t>(c)][static_cast<size_t>(i)];
-                if (!std::isfinite(v)) {
-                    ADD_FAILURE() << "non-finite sample in block " << b;
-                    return INFINITY;
-                }
-                largest = std::max(largest, static_cast<double>(std::fabs(v)));
-            }
+        EXPECT_EQ(unit.pull(list, n), status::ok);
+        for (const auto& ch : out.data)
+            for (int i = 0; i < n; ++i)
+                largest = std::isfinite(ch[static_cast<size_t>(i)]) ? std::max(largest, double(std::fabs(ch[static_cast<size_t>(i)]))) : INFINITY;
     }
+    unit.setInput(nullptr);
     return largest;
-}
-
-template <class Unit>
-void prepare(Unit& unit, AudioSource& input) {
-    unit.setFormat({48000.0, 2});
-    unit.setInput(&input);
-    unit.allocateRenderResources();
 }
 
 }  // namespace
 
 TEST(DspBoundedOutput, EachUnitStaysFiniteAndBoundedOverManyBlocksOfNoise) {
-    NoiseSource noise;
-    const int blocks = 2000;  // about 10 s at 48 kHz
-
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
     GrainAudioUnit grain;
-    prepare(grain, noise);
-    EXPECT_LT(runBlocks(grain, blocks, [&](std::mt19937& rng) {
-        grain.amount.store(std::uniform_real_distribution<float>(-0.5f, 3.0f)(rng), std::memory_order_relaxed);
-    }), 3.0);
-
+    EXPECT_LT(largestOutput(grain, [&](std::mt19937& rng) { grain.amount.store(-0.5f + 3.5f * unit(rng)); }), 3.0);
     Equalizer eq;
-    prepare(eq, noise);
-    EXPECT_LT(runBlocks(eq, blocks, [&](std::mt19937& rng) {
-        std::uniform_real_distribution<float> unit(0.0f, 1.0f);
-        if (unit(rng) < 0.1f) {
-            eq.setBand(0, 20.0f + 400.0f * unit(rng), 0.0f, unit(rng) < 0.3f);
-            eq.setBand(1, 200.0f, -12.0f + 24.0f * unit(rng), unit(rng) < 0.3f);
-            eq.setBand(2, 2400.0f, -12.0f + 24.0f * unit(rng), unit(rng) < 0.3f);
-            eq.setBand(3, 2000.0f + 20000.0f * unit(rng), 0.0f, unit(rng) < 0.3f);
-            eq.setGlobalGain(-12.0f + 18.0f * unit(rng));
-        }
+    EXPECT_LT(largestOutput(eq, [&](std::mt19937& rng) {
+        if (unit(rng) >= 0.1f) return;
+        eq.setBand(0, 20.0f + 400.0f * unit(rng), 0.0f, unit(rng) < 0.3f);
+        eq.setBand(1, 200.0f, -12.0f + 24.0f * unit(rng), unit(rng) < 0.3f);
+        eq.setBand(2, 2400.0f, -12.0f + 24.0f * unit(rng), unit(rng) < 0.3f);
+        eq.setBand(3, 2000.0f + 20000.0f * unit(rng), 0.0f, unit(rng) < 0.3f);
+        eq.setGlobalGain(-12.0f + 18.0f * unit(rng));
     }), 40.0);
-
     Reverb reverb;
-    prepare(reverb, noise);
-    EXPECT_LT(runBlocks(reverb, blocks, [&](std::mt19937& rng) {
-        reverb.setWetDryMix(std::uniform_real_distribution<float>(-10.0f, 110.0f)(rng));
-    }), 6.0);
+    EXPECT_LT(largestOutput(reverb, [&](std::mt19937& rng) { reverb.setWetDryMix(-10.0f + 120.0f * unit(rng)); }), 6.0);
 }

@@ -8,16 +8,15 @@ using namespace parlova;
 
 namespace {
 
-// Fills every buffer with a ramp so tests can see where the pulled audio landed.
+// Fills every buffer with a ramp (1000 apart per channel) so tests see where the pulled audio landed.
 struct RampSource : AudioSource {
     int32_t result = status::ok;
     int pulls = 0;
     int32_t pull(BufferList& out, int frames) noexcept override {
         ++pulls;
-        if (result != status::ok) return result;
-        for (int c = 0; c < out.count; ++c)
+        for (int c = 0; c < out.count && result == status::ok; ++c)
             for (int i = 0; i < frames; ++i) out.data[c][i] = static_cast<float>(i + 1000 * c);
-        return status::ok;
+        return result;
     }
 };
 
@@ -33,18 +32,12 @@ struct DoublingUnit : InPlaceEffectUnit {
 
 }  // namespace
 
-TEST(InPlaceEffectUnit, FourCharCodesPackBigEndian) {
-    EXPECT_EQ(fourCharCode("frmt"), 0x66726D74u);
-    EXPECT_EQ(fourCharCode("Qzvc"), 0x517A7663u);
-}
-
 TEST(InPlaceEffectUnit, PullsIntoOutputAndProcessesInPlace) {
     RampSource source;
     DoublingUnit unit;
     unit.setInput(&source);
     unit.allocateRenderResources();
     EXPECT_EQ(unit.prepared, 1);
-
     std::vector<float> own(64, -1.0f);
     BufferList list;
     list.count = 2;
@@ -64,20 +57,16 @@ TEST(InPlaceEffectUnit, RejectsMissingInputTooManyFramesAndPassesPullErrors) {
     BufferList list;
     list.count = 1;
     list.data[0] = a.data();
-
     EXPECT_EQ(unit.pull(list, 16), status::noConnection);  // no input, no resources
     unit.setInput(&source);
     EXPECT_EQ(unit.pull(list, 16), status::noConnection);  // no resources yet
     unit.allocateRenderResources();
     EXPECT_EQ(unit.pull(list, 4097), status::noConnection);
     EXPECT_EQ(source.pulls, 0);
-    EXPECT_FLOAT_EQ(a[0], 7.0f);
-
     source.result = -50;
     EXPECT_EQ(unit.pull(list, 16), -50);
     EXPECT_EQ(unit.processed, 0);
     EXPECT_FLOAT_EQ(a[0], 7.0f);
-
     unit.deallocateRenderResources();
     source.result = status::ok;
     EXPECT_EQ(unit.pull(list, 16), status::noConnection);

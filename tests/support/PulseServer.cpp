@@ -4,15 +4,13 @@
 #include "devices/pulse/PulseControl.h"
 #include "support/TestAudio.h"
 
-#include <QFileInfo>
-
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QThread>
 
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
@@ -90,8 +88,6 @@ PrivateServer* PrivateServer::get() {
     }();
     return server;
 }
-
-int PrivateServer::run(const std::string& command, std::string* out) const { return runCapture(command, out); }
 
 std::string PrivateServer::pactl(const std::string& args, int* status) const {
     std::string out;

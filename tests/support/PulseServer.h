@@ -24,8 +24,6 @@ public:
     static bool required();
 
     const std::string& dir() const { return dir_; }
-    // Runs a command line (sh -c) against the private server; output in *out.
-    int run(const std::string& command, std::string* out = nullptr) const;
     // pactl with its output trimmed; status in *status.
     std::string pactl(const std::string& args, int* status = nullptr) const;
     // Loads a module with pactl (`arguments` as the module gets them); its index, or -1.

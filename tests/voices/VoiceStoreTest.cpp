@@ -11,61 +11,44 @@ namespace {
 class VoiceStoreTest : public ::testing::Test {
 protected:
     QTemporaryDir dir;
-    std::unique_ptr<QSettings> settings() {
-        return std::make_unique<QSettings>(dir.filePath("settings.ini"), QSettings::IniFormat);
-    }
-    void store(const QByteArray& data) {
-        auto s = settings();
-        s->setValue(VoiceStore::kSettingsKey, data);
-        s->sync();
-    }
-    bool hasEntry() { return settings()->contains(VoiceStore::kSettingsKey); }
+    QSettings settings{dir.filePath("settings.ini"), QSettings::IniFormat};
+    QByteArray stored() { return QSettings(dir.filePath("settings.ini"), QSettings::IniFormat).value(VoiceStore::kSettingsKey).toByteArray(); }
 };
 
 }  // namespace
 
-TEST_F(VoiceStoreTest, FirstStartGivesStartingVoicesAndWritesNothing) {
-    auto s = settings();
-    VoiceStore voices(s.get());
-    ASSERT_EQ(voices.voices().size(), 2u);
-    EXPECT_EQ(voices.voices()[0].name, "Old Lady");
-    EXPECT_EQ(voices.voices()[1].name, "Middle-Aged Man");
-    EXPECT_FALSE(hasEntry());
-}
-
-TEST_F(VoiceStoreTest, DamagedOrEmptyEntriesFallBackWithoutRewriting) {
+TEST_F(VoiceStoreTest, StartingVoicesStandInForMissingOrDamagedEntriesWithoutAWrite) {
     QByteArray missingGrain = encodeVoices(Voice::builtIns());
     missingGrain.replace(",\"grain\":0.15", "");
-    for (const QByteArray& data : {QByteArray("[]"), QByteArray("{not json"), QByteArray("\xff\xfe garbage"),
-                                   missingGrain, QByteArray("[1,2]")}) {
-        store(data);
-        auto s = settings();
-        VoiceStore voices(s.get());
+    for (const QByteArray& data : {QByteArray(), QByteArray("[]"), QByteArray("{not json"),
+                                   QByteArray("\xff\xfe garbage"), missingGrain, QByteArray("[1,2]")}) {
+        if (!data.isNull()) settings.setValue(VoiceStore::kSettingsKey, data);
+        settings.sync();
+        VoiceStore voices(&settings);
         ASSERT_EQ(voices.voices().size(), 2u) << data.constData();
         EXPECT_EQ(voices.voices()[0].name, "Old Lady");
-        EXPECT_EQ(settings()->value(VoiceStore::kSettingsKey).toByteArray(), data);  // untouched
+        EXPECT_EQ(voices.voices()[1].name, "Middle-Aged Man");
+        EXPECT_EQ(stored(), data);  // untouched, or still absent
     }
 }
 
 TEST_F(VoiceStoreTest, EveryChangeIsSavedAndReloads) {
     {
-        auto s = settings();
-        VoiceStore voices(s.get());
+        VoiceStore voices(&settings);
         auto list = voices.voices();
         list[0].name = "Granny";
         list[0].pitch = 500;
         voices.setVoices(list);
     }
-    auto s = settings();
-    VoiceStore reloaded(s.get());
+    QSettings again(dir.filePath("settings.ini"), QSettings::IniFormat);
+    VoiceStore reloaded(&again);
     EXPECT_EQ(reloaded.voices()[0].name, "Granny");
     EXPECT_EQ(reloaded.voices()[0].pitch, 500.0f);
     EXPECT_EQ(reloaded.voices()[0].presetKey, QString("oldLady"));
 }
 
 TEST_F(VoiceStoreTest, DuplicateInsertsAnEditableCopyAfterItsSource) {
-    auto s = settings();
-    VoiceStore voices(s.get());
+    VoiceStore voices(&settings);
     const Voice lady = voices.voices()[0];
     const Voice copy = voices.duplicate(lady);
     EXPECT_EQ(copy.name, "Old Lady Copy");
@@ -76,7 +59,7 @@ TEST_F(VoiceStoreTest, DuplicateInsertsAnEditableCopyAfterItsSource) {
     ASSERT_EQ(voices.voices().size(), 3u);
     EXPECT_EQ(voices.voices()[1].id, copy.id);
     EXPECT_EQ(voices.duplicate(copy).name, "Old Lady Copy Copy");
-    EXPECT_TRUE(hasEntry());
+    EXPECT_FALSE(stored().isEmpty());
 
     // The last voice, or one no longer in the list, is copied to the end.
     voices.duplicate(voices.voices().back());
@@ -88,26 +71,22 @@ TEST_F(VoiceStoreTest, DuplicateInsertsAnEditableCopyAfterItsSource) {
 }
 
 TEST_F(VoiceStoreTest, ResetAndDeleteFollowTheStartingVoiceRules) {
-    auto s = settings();
-    VoiceStore voices(s.get());
+    VoiceStore voices(&settings);
     const Voice copy = voices.duplicate(voices.voices()[1]);
-    s->remove(VoiceStore::kSettingsKey);
-
+    settings.remove(VoiceStore::kSettingsKey);
     voices.remove(voices.voices()[0]);  // starting voice: nothing, no write
     voices.reset(copy);                 // user voice: nothing, no write
     EXPECT_EQ(voices.voices().size(), 3u);
-    EXPECT_FALSE(s->contains(VoiceStore::kSettingsKey));
+    EXPECT_FALSE(settings.contains(VoiceStore::kSettingsKey));
 
     auto list = voices.voices();
-    const QUuid ladyId = list[0].id;
     list[0].name = "Edited";
     list[0].formant = -7;
     voices.setVoices(list);
     voices.reset(voices.voices()[0]);
     EXPECT_EQ(voices.voices()[0].name, "Old Lady");
     EXPECT_EQ(voices.voices()[0].formant, 3.5f);
-    EXPECT_EQ(voices.voices()[0].id, ladyId);
-
+    EXPECT_EQ(voices.voices()[0].id, list[0].id);
     voices.remove(copy);
     ASSERT_EQ(voices.voices().size(), 2u);
     EXPECT_EQ(voices.voices()[1].name, "Middle-Aged Man");

