@@ -19,6 +19,7 @@
 #include "devices/AudioDeviceList.h"
 #include "devices/VirtualMic.h"
 #include "devices/pulse/PulseLoop.h"
+#include "engine/AudioFile.h"
 #include "engine/VoiceEngine.h"
 #include "support/Dropouts.h"
 #include "common/VoiceEngineError.h"
@@ -507,6 +508,13 @@ int measureDropouts(pulse::PulseLoop& loop, BurstPlayer& player, double seconds,
     call.disconnect();
     mic.disconnect();
     *micDropouts = analysis::countDropouts(fed, kRate);
+    // For a look at the breaks themselves: PARLOVA_PROBE_DUMP=path.wav keeps what the caller heard.
+    if (const char* dump = std::getenv("PARLOVA_PROBE_DUMP")) {
+        auto file = AudioFileWriter::create(dump, {double(kRate), 1}, AudioFileType::wav);
+        const float* channels[] = {heard.data()};
+        file->write(channels, static_cast<int>(heard.size()));
+        file->finish();
+    }
     return analysis::countDropouts(heard, kRate);
 }
 
@@ -566,10 +574,14 @@ int runProbe(const Options& options) {
         std::printf("Audio thread: %s.\n", describe(engine.realtimeGrant()));
         if (options.dropoutSeconds > 0) {
             int micDropouts = 0;
+            const auto bridge = engine.liveGraph()->micBridge();
+            const uint64_t underruns = bridge->underruns(), trims = bridge->trims();
             const int dropouts = measureDropouts(*loop, player, options.dropoutSeconds, &micDropouts);
             std::printf("Dropouts heard on \"Parlova Mic\" over %.0f s (steady 440 Hz tone in): %d"
-                        " (in the microphone itself: %d)\n",
-                        options.dropoutSeconds, dropouts, micDropouts);
+                        " (in the microphone itself: %d; bridge underruns %llu, trims %llu)\n",
+                        options.dropoutSeconds, dropouts, micDropouts,
+                        static_cast<unsigned long long>(bridge->underruns() - underruns),
+                        static_cast<unsigned long long>(bridge->trims() - trims));
             engine.toggleLive();
             pump(200);
             player.disconnect();
