@@ -51,7 +51,9 @@ void TapRelay::run() {
         const uint64_t read = read_.load(std::memory_order_relaxed);
         if (read == written_.load(std::memory_order_acquire)) {
             if (stopping_.load()) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            // Blocks are about 20 ms of audio and the ring holds dozens: a relaxed
+            // poll keeps this thread from waking the machine needlessly.
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
             continue;
         }
         const size_t slot = static_cast<size_t>(read % slotCount);
