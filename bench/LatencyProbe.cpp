@@ -231,7 +231,9 @@ public:
     bool connect(const char* sink) {
         pulse::PulseLoop::Lock lock(loop_);
         pa_buffer_attr attr;
-        if (!open("Latency probe bursts", &attr, &pa_buffer_attr::tlength, 20000)) return false;
+        // A generous buffer: the feed must never break up itself (the delay is
+        // measured from the microphone, after this buffer).
+        if (!open("Latency probe bursts", &attr, &pa_buffer_attr::tlength, 200000)) return false;
         pa_stream_set_write_callback(stream_, &BurstPlayer::onWrite, this);
         return pa_stream_connect_playback(stream_, sink, &attr, PA_STREAM_ADJUST_LATENCY, nullptr, nullptr) == 0;
     }
