@@ -578,12 +578,15 @@ int runProbe(const Options& options) {
             int micDropouts = 0;
             const auto bridge = engine.liveGraph()->micBridge();
             const uint64_t underruns = bridge->underruns(), trims = bridge->trims();
+            const uint64_t underflows = engine.liveGraph()->outputUnderflows();
             const int dropouts = measureDropouts(*loop, player, options.dropoutSeconds, &micDropouts);
             std::printf("Dropouts heard on \"Parlova Mic\" over %.0f s (steady 440 Hz tone in): %d"
-                        " (in the microphone itself: %d; bridge underruns %llu, trims %llu)\n",
+                        " (in the microphone itself: %d; bridge underruns %llu, trims %llu;"
+                        " the server found the output empty %llu times)\n",
                         options.dropoutSeconds, dropouts, micDropouts,
                         static_cast<unsigned long long>(bridge->underruns() - underruns),
-                        static_cast<unsigned long long>(bridge->trims() - trims));
+                        static_cast<unsigned long long>(bridge->trims() - trims),
+                        static_cast<unsigned long long>(engine.liveGraph()->outputUnderflows() - underflows));
             engine.toggleLive();
             pump(200);
             player.disconnect();

@@ -56,6 +56,8 @@ public:
     // What the server reports the stream holds between the device and us, in
     // seconds (0 until known). Safe from any thread.
     virtual double latencySeconds() const = 0;
+    // Times the server found a playback stream empty and played silence.
+    virtual uint64_t underflows() const { return 0; }
 };
 
 // Which scheduling the backend's audio thread was given.

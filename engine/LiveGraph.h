@@ -65,6 +65,8 @@ public:
     // knows it: both streams' reported latency, the bridge's fill and the
     // voice stage's own delay.
     double delaySeconds() const;
+    // Times the server ran out of the output's audio (each one a break the listener hears).
+    uint64_t outputUnderflows() const { return output_->underflows(); }
 
 private:
     class RecordingListener;

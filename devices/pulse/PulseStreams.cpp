@@ -18,6 +18,7 @@ PulseStream::~PulseStream() {
     if (!stream_) return;
     pa_stream_set_read_callback(stream_, nullptr, nullptr);
     pa_stream_set_write_callback(stream_, nullptr, nullptr);
+    pa_stream_set_underflow_callback(stream_, nullptr, nullptr);
     pa_stream_set_state_callback(stream_, nullptr, nullptr);
     pa_stream_disconnect(stream_);
     pa_stream_unref(stream_);
@@ -151,6 +152,8 @@ PulseOutput::PulseOutput(std::shared_ptr<PulseLoop> loop, const DeviceEntry& dev
     if (!stream_) throw statusError("open the output", pa_context_errno(loop_->context()));
     pa_stream_set_state_callback(stream_, &PulseStream::onState, static_cast<PulseStream*>(this));
     pa_stream_set_write_callback(stream_, &PulseOutput::onWrite, this);
+    pa_stream_set_underflow_callback(
+        stream_, [](pa_stream*, void* self) { static_cast<PulseOutput*>(self)->underflows_.fetch_add(1); }, this);
     pa_buffer_attr attr = defaultAttributes();
     attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(static_cast<pa_usec_t>(bufferSeconds * 1e6), &spec));
     if (pa_stream_connect_playback(stream_, device.sinkName.c_str(), &attr, kStreamFlags, nullptr, nullptr) < 0)

@@ -21,6 +21,7 @@ public:
     void start() override;
     void stop() override;
     double latencySeconds() const override { return latency_.load(std::memory_order_relaxed); }
+    uint64_t underflows() const override { return underflows_.load(std::memory_order_relaxed); }
 
 protected:
     PulseStream(std::shared_ptr<PulseLoop> loop, StreamFaults faults);
@@ -34,6 +35,7 @@ protected:
     pa_stream* stream_ = nullptr;
     StreamFaults faults_;
     std::atomic<double> latency_{0.0};
+    std::atomic<uint64_t> underflows_{0};
     bool closing_ = true;  // loop thread only (or with the loop locked)
     std::atomic<bool> running_{false};  // between start() and stop(): audio flows
     const char* keepWhat_ = "keep playing";
