@@ -52,11 +52,14 @@ void MicBridge::write(const BufferList& buffers, int frames) noexcept {
 
 void MicBridge::append(const float* mono, int n) noexcept {
     const uint64_t written = written_.load(std::memory_order_relaxed);  // our own counter
-    // Only the newest `capacity` samples of one write can survive in the ring.
-    const int skip = std::max(0, n - capacity_);
-    const float* src = mono + skip;
-    int remaining = n - skip;
-    int pos = static_cast<int>((written + static_cast<uint64_t>(skip)) % static_cast<uint64_t>(capacity_));
+    // Only the room the reader has given back may be written: its release
+    // store of `read_` after copying orders its reads before our writes.
+    const uint64_t held = written - read_.load(std::memory_order_acquire);
+    const int room = capacity_ - static_cast<int>(std::min<uint64_t>(held, static_cast<uint64_t>(capacity_)));
+    int remaining = std::min(n, room);  // a stalled reader: what does not fit is dropped
+    const float* src = mono;
+    int pos = static_cast<int>(written % static_cast<uint64_t>(capacity_));
+    const int stored = remaining;
     while (remaining > 0) {
         const int chunk = std::min(remaining, capacity_ - pos);
         std::memcpy(storage_.get() + pos, src, sizeof(float) * static_cast<size_t>(chunk));
@@ -64,7 +67,7 @@ void MicBridge::append(const float* mono, int n) noexcept {
         remaining -= chunk;
         pos = (pos + chunk) % capacity_;
     }
-    written_.store(written + static_cast<uint64_t>(n), std::memory_order_release);  // publishes the samples
+    written_.store(written + static_cast<uint64_t>(stored), std::memory_order_release);  // publishes the samples
 }
 
 void MicBridge::read(BufferList& out, int frames) noexcept {
@@ -73,7 +76,7 @@ void MicBridge::read(BufferList& out, int frames) noexcept {
     const uint64_t written = written_.load(std::memory_order_acquire);
     uint64_t read = read_.load(std::memory_order_relaxed);  // our own counter
     uint64_t held = written - read;
-    // Latency trim: above six cushions (or overwritten), keep only the newest two.
+    // Latency trim: above six cushions, keep only the newest two.
     const uint64_t limit = static_cast<uint64_t>(cushion_ > 0 ? 6 * cushion_ : capacity_);
     if (held > limit) {
         read = written - static_cast<uint64_t>(2 * cushion_);

@@ -13,12 +13,12 @@
 // samples ever passed through: the writer owns `written_`, the reader owns
 // `read_`, and neither ever stores the other's. The writer copies samples into
 // the ring, then publishes `written_` with release order; the reader loads it
-// with acquire order, so every sample it counts is visible. The writer never
-// waits for the reader: a full ring overwrites the oldest samples, and the
-// reader, which owns priming and trimming, notices the backlog and skips ahead
-// to the newest two cushions. (A reader more than a whole ring behind could
-// copy a block the writer is overwriting; it never gets there, since it trims
-// at six cushions and the ring holds at least eight.)
+// with acquire order, so every sample it counts is visible. The reader
+// publishes `read_` with release order once it has copied, and the writer
+// loads it with acquire order before reusing those slots. The writer never
+// waits: when a stalled reader left no room, what does not fit is dropped.
+// The reader owns priming and trimming: it notices a backlog and skips ahead
+// to the newest two cushions.
 #include "dsp/AudioBuffers.h"
 
 #include <atomic>

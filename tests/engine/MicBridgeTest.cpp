@@ -76,8 +76,7 @@ TEST(MicBridgePriming, UnderrunZeroFillsAndRearmsPriming) {
 }
 
 // The reader trims a backlog above six cushions to the newest two; one write
-// keeps at most its first 16384 frames; beyond capacity the oldest are
-// overwritten and the reader skips them.
+// keeps at most its first 16384 frames, and no more than the ring has room for.
 TEST(MicBridgeTrim, BacklogAboveSixCushionsKeepsTheNewestTwo) {
     struct Case {
         double rate, seconds;
@@ -92,7 +91,7 @@ TEST(MicBridgeTrim, BacklogAboveSixCushionsKeepsTheNewestTwo) {
         {48000, 0.02, {{0, 5760}, {5760, 1}}, 1920, 1, 5761 - 1920, 5760},
         {48000, 0.02, {{0, 20000}}, 1920, 1, 16384 - 1920, 16383},  // frames from 16384 on dropped
         {8000, 0.5, {{0, 16000}, {16000, 16000}}, 8000, 1, 24000, 31999},
-        {1000, 1.0, {{0, 12000}}, 2000, 1, 10000, 11999},  // more than the ring in one write
+        {1000, 1.0, {{0, 12000}}, 2000, 1, 6000, 7999},  // more than the ring's room in one write
     };
     for (const auto& c : cases) {
         MicBridge bridge(c.rate, c.seconds);
