@@ -1,5 +1,7 @@
 #include "engine/VoiceEngine.h"
 
+#include "common/VoiceEngineError.h"
+
 #include <QCoreApplication>
 #include <QEvent>
 #include <QPointer>
@@ -151,6 +153,7 @@ void VoiceEngine::startLive() {
 }
 
 void VoiceEngine::liveRouteStarted() {
+    setMicDenied(false);
     LiveGraph* graph = live_.graph();
     if (graph->route().isCall != (callMode_ && isLive_)) {
         // Call mode changed while the route was starting: build it again.
@@ -167,8 +170,16 @@ void VoiceEngine::liveRouteStarted() {
     emit liveStarted();
 }
 
+void VoiceEngine::setMicDenied(bool denied) {
+    if (micDenied_ == denied) return;
+    micDenied_ = denied;
+    emit micDeniedChanged();
+}
+
 void VoiceEngine::liveStartFailed(const QString& message) {
-    setErrorMessage(message);
+    const bool denied = message == QLatin1String(kMicrophoneRefusedMessage);
+    setMicDenied(denied);
+    if (!denied) setErrorMessage(message);
     setLive(false);
     if (isRecording_)
         finishRecording();

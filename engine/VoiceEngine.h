@@ -37,6 +37,7 @@ class VoiceEngine : public QObject {
     Q_PROPERTY(bool isExporting READ isExporting NOTIFY isExportingChanged)
     Q_PROPERTY(double exportProgress READ exportProgress NOTIFY exportProgressChanged)
     Q_PROPERTY(float detectedPitch READ detectedPitch NOTIFY detectedPitchChanged)
+    Q_PROPERTY(bool micDenied READ micDenied NOTIFY micDeniedChanged)
     Q_PROPERTY(bool isLive READ isLive NOTIFY liveStateChanged)
     Q_PROPERTY(bool isStartingLive READ isStartingLive NOTIFY isStartingLiveChanged)
     Q_PROPERTY(bool isRecording READ isRecording NOTIFY recordingChanged)
@@ -92,6 +93,9 @@ public:
     LevelMonitor& meter() { return meter_; }
     ActiveChains& activeChains() { return chains_; }
 
+    // The sound server refused the microphone at the last start.
+    bool micDenied() const { return micDenied_; }
+
     // Live mode.
     bool isLive() const { return isLive_; }
     bool isStartingLive() const { return live_.isStarting(); }
@@ -138,6 +142,7 @@ signals:
     void voiceChanged();
     void exportFinished(const QString& destination, bool succeeded);
     void liveStateChanged();
+    void micDeniedChanged();
     void isStartingLiveChanged();
     void recordingChanged();
     void playingChanged();
@@ -151,6 +156,7 @@ private:
     void startLive();
     void tearDownLive();
     void setLive(bool on);
+    void setMicDenied(bool denied);
     void liveStopped(const QString& message);
     void liveStartFailed(const QString& message);
     void liveRouteStarted();
@@ -178,6 +184,7 @@ private:
     QTimer pitchTimer_;
 
     bool isLive_ = false;
+    bool micDenied_ = false;
     bool callMode_ = false;
     bool hearMyself_ = false;
     bool isRecording_ = false;

@@ -32,6 +32,7 @@ void PulseStream::waitReady(const char* what) {
     });
     if (!settled || pa_stream_get_state(stream_) != PA_STREAM_READY) {
         const int err = pa_context_errno(loop_->context());
+        if (err == PA_ERR_ACCESS && std::strstr(what, "microphone")) throw VoiceEngineError(kMicrophoneRefusedMessage);
         throw statusError(what, err ? err : PA_ERR_BADSTATE);
     }
     closing_ = false;
@@ -110,7 +111,11 @@ PulseCapture::PulseCapture(std::shared_ptr<PulseLoop> loop, const DeviceEntry& d
     pa_buffer_attr attr = defaultAttributes();
     attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(static_cast<pa_usec_t>(blockSeconds * 1e6), &spec));
     if (pa_stream_connect_record(stream_, device.sourceName.c_str(), &attr, kStreamFlags) < 0)
-        throw statusError("select the microphone", pa_context_errno(loop_->context()));
+    {
+        const int err = pa_context_errno(loop_->context());
+        if (err == PA_ERR_ACCESS) throw VoiceEngineError(kMicrophoneRefusedMessage);
+        throw statusError("select the microphone", err);
+    }
     waitReady("listen to the microphone");
 }
 

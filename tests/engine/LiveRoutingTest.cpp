@@ -12,40 +12,7 @@ using namespace parlova;
 
 namespace {
 
-DeviceEntry input(uint32_t id, const char* uid, const char* name) {
-    DeviceEntry e;
-    e.id = id;
-    e.uid = uid;
-    e.name = name;
-    e.inputChannels = 1;
-    e.sourceName = uid;
-    return e;
-}
-
-DeviceEntry output(uint32_t id, const char* uid, const char* name, PortKind port = PortKind::headphones) {
-    DeviceEntry e;
-    e.id = id | kSinkIdBit;
-    e.uid = uid;
-    e.name = name;
-    e.outputChannels = 2;
-    e.sinkName = uid;
-    e.outputPort = port;
-    return e;
-}
-
-// A laptop with its microphone and speakers, a USB headset and the virtual mic.
-DeviceTable machine() {
-    DeviceTable t;
-    t.entries = {input(1, "laptop_mic", "Laptop Mic"), input(2, "headset_mic", "Headset Mic"),
-                 output(3, "speakers", "Speakers", PortKind::speaker), output(4, "headset", "Headset")};
-    DeviceEntry cable = input(5, "parlova_mic", "Parlova Mic");
-    cable.outputChannels = 1;
-    cable.sinkName = "parlova_mic_sink";
-    t.entries.push_back(cable);
-    t.defaultInput = 1;
-    t.defaultOutput = 3 | kSinkIdBit;
-    return t;
-}
+DeviceTable machine() { return testaudio::fakeMachine(); }
 
 std::string routeError(const DeviceTable& table, const RouteRequest& request) {
     try {

@@ -1,0 +1,76 @@
+#include "app/ParlovaApp.h"
+
+#include "ui/Autostart.h"
+
+#include <QApplication>
+#include <QMenu>
+#include <QMessageBox>
+
+namespace parlova {
+
+ParlovaApp::ParlovaApp(const Options& options)
+    : store_(), engine_(), devices_(), micSetup_(&devices_) {
+    window_ = std::make_unique<ui::MainWindow>(ui::AppModel{store_, engine_, devices_, micSetup_});
+    addAppMenuItems();
+    if (ui::TrayIcon::desktopHasTray()) {
+        tray_ = std::make_unique<ui::TrayIcon>(
+            engine_, store_, [this] { showWindow(); },
+            [this](const QUuid& id) {
+                for (const Voice& voice : store_.voices())
+                    if (voice.id == id) window_->selectVoiceNamed(voice.name);
+            });
+        tray_->show();
+        // With a tray the window can close while a call goes on.
+        qApp->setQuitOnLastWindowClosed(false);
+    }
+    window_->setCloseHandler([this] { return windowMayClose(); });
+
+    if (!options.voice.isEmpty() && !window_->selectVoiceNamed(options.voice))
+        engine_.setErrorMessage(QString("There is no voice named \u201c%1\u201d.").arg(options.voice));
+    if (options.call) engine_.setCallMode(true);
+    if (options.live && !engine_.isLive()) engine_.toggleLive();
+
+    if (options.minimized && tray_) return;  // the tray icon is the way in
+    if (options.minimized)
+        window_->showMinimized();
+    else
+        window_->show();
+}
+
+// The engine, destroyed after the window, gives the real microphone back.
+ParlovaApp::~ParlovaApp() = default;
+
+void ParlovaApp::showWindow() {
+    window_->showNormal();
+    window_->raise();
+    window_->activateWindow();
+}
+
+bool ParlovaApp::windowMayClose() {
+    if (tray_ && engine_.isLive()) {
+        // The call keeps going; the tray icon says so once.
+        tray_->noticeStillRunning();
+        return true;
+    }
+    qApp->quit();
+    return true;
+}
+
+void ParlovaApp::addAppMenuItems() {
+    QMenu* menu = window_->appMenu();
+    QAction* autostart = menu->addAction("Start Parlova when I log in");
+    autostart->setCheckable(true);
+    autostart->setChecked(ui::autostartEnabled());
+    connect(autostart, &QAction::toggled, this, [this, autostart](bool on) {
+        QString error = ui::setAutostartEnabled(on, QApplication::applicationFilePath());
+        if (!error.isEmpty()) {
+            engine_.setErrorMessage(error);
+            QSignalBlocker block(autostart);
+            autostart->setChecked(ui::autostartEnabled());
+        }
+    });
+    menu->addSeparator();
+    menu->addAction("Quit", QKeySequence::Quit, qApp, &QApplication::quit);
+}
+
+}  // namespace parlova

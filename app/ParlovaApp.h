@@ -1,0 +1,48 @@
+#pragma once
+// The application: the migration from the former name, the model objects
+// (made once, in this order), the main window, the tray, and what closing
+// the window means while a call runs.
+#include "devices/AudioDeviceList.h"
+#include "devices/VirtualMic.h"
+#include "engine/VoiceEngine.h"
+#include "ui/MainWindow.h"
+#include "ui/TrayIcon.h"
+#include "voices/VoiceStore.h"
+
+#include <memory>
+
+namespace parlova {
+
+class ParlovaApp : public QObject {
+    Q_OBJECT
+public:
+    struct Options {
+        bool minimized = false;  // start in the tray (or minimized where there is none)
+        bool call = false;       // start with call mode on
+        bool live = false;       // start talking live
+        QString voice;           // start with this voice
+    };
+
+    explicit ParlovaApp(const Options& options);
+    ~ParlovaApp() override;
+
+    ui::MainWindow& window() { return *window_; }
+    VoiceEngine& engine() { return engine_; }
+    VoiceStore& store() { return store_; }
+
+    // Brings the window up, raised and focused.
+    void showWindow();
+
+private:
+    bool windowMayClose();
+    void addAppMenuItems();
+
+    VoiceStore store_;
+    VoiceEngine engine_;
+    AudioDeviceList devices_;
+    VirtualMicSetup micSetup_;
+    std::unique_ptr<ui::MainWindow> window_;
+    std::unique_ptr<ui::TrayIcon> tray_;
+};
+
+}  // namespace parlova

@@ -1,0 +1,43 @@
+#include "app/Screenshot.h"
+
+#include "app/ParlovaApp.h"
+
+#include <QApplication>
+#include <QTextStream>
+#include <QTimer>
+
+namespace parlova {
+
+int takeScreenshot(const QString& file, const QString& selectName, const QString& page) {
+    QTextStream err(stderr);
+    if (!page.isEmpty() && page != "voice" && page != "clone" && page != "calls") {
+        err << "Unknown page \u201c" << page << "\u201d: use voice, clone or calls.\n";
+        return 2;
+    }
+    ParlovaApp app(ParlovaApp::Options{});
+    ui::MainWindow& window = app.window();
+    if (!selectName.isEmpty() && !window.selectVoiceNamed(selectName)) {
+        err << "There is no voice named \u201c" << selectName << "\u201d.\n";
+        return 2;
+    }
+    // Call mode without Live only changes what the calls section shows.
+    if (page == "calls") app.engine().setCallMode(true);
+    window.resize(1000, 760);
+    window.show();
+    int status = 1;
+    // Give the device list a moment to arrive from the sound server.
+    QTimer::singleShot(700, [&] {
+        if (window.grab().save(file, "PNG")) {
+            status = 0;
+            err << "Wrote " << file << "\n";
+        } else {
+            err << "Parlova couldn't write the screenshot to \u201c" << file << "\u201d.\n";
+        }
+        app.engine().setCallMode(false);
+        QApplication::quit();
+    });
+    QApplication::exec();
+    return status;
+}
+
+}  // namespace parlova

@@ -1,0 +1,50 @@
+// Parlova's desktop app.
+#include "app/ParlovaApp.h"
+#include "app/Screenshot.h"
+#include "devices/LegacyMigration.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+
+#include <cstring>
+
+int main(int argc, char** argv) {
+    // A screenshot needs no display: render offscreen.
+    for (int i = 1; i < argc; ++i)
+        if (std::strcmp(argv[i], "--screenshot") == 0 || std::strncmp(argv[i], "--screenshot=", 13) == 0)
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+
+    QApplication app(argc, argv);
+    QCoreApplication::setOrganizationName("Parlova");
+    QCoreApplication::setApplicationName("Parlova");
+    QCoreApplication::setApplicationVersion(PARLOVA_VERSION);
+    QGuiApplication::setDesktopFileName("parlova");
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription("Parlova: speak in another voice, live or in a call.");
+    parser.addHelpOption();
+    parser.addVersionOption();
+    QCommandLineOption minimized("minimized", "Start in the tray without showing the window.");
+    QCommandLineOption voice("voice", "Start with the voice named NAME.", "NAME");
+    QCommandLineOption call("call", "Start with call mode on (Parlova Mic becomes the microphone).");
+    QCommandLineOption live("live", "Start talking live.");
+    QCommandLineOption screenshot("screenshot", "Render the window to the PNG file FILE and quit.", "FILE");
+    QCommandLineOption select("select", "With --screenshot: select the voice or cloned voice NAME.", "NAME");
+    QCommandLineOption page("page", "With --screenshot: show the voice, clone or calls page.", "voice|clone|calls");
+    parser.addOptions({minimized, voice, call, live, screenshot, select, page});
+    parser.process(app);
+
+    // Settings and files of the former name move over before anything reads them.
+    parlova::LegacyMigration::run();
+
+    if (parser.isSet(screenshot))
+        return parlova::takeScreenshot(parser.value(screenshot), parser.value(select), parser.value(page));
+
+    parlova::ParlovaApp::Options options;
+    options.minimized = parser.isSet(minimized);
+    options.voice = parser.value(voice);
+    options.call = parser.isSet(call);
+    options.live = parser.isSet(live);
+    parlova::ParlovaApp parlovaApp(options);
+    return app.exec();
+}

@@ -1,0 +1,312 @@
+#include "ui/MainWindow.h"
+
+#include "engine/VoiceEngine.h"
+#include "ui/Icons.h"
+#include "ui/Summaries.h"
+#include "ui/TransportCard.h"
+#include "ui/VoicePage.h"
+#include "voices/VoiceStore.h"
+
+#include <QCloseEvent>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QProcess>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QSplitter>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace parlova::ui {
+
+namespace {
+
+QLabel* makeLabel(const QString& text, QWidget* parent, double scale = 1.0, bool bold = false) {
+    auto* label = new QLabel(text, parent);
+    QFont font = label->font();
+    font.setPointSizeF(font.pointSizeF() * scale);
+    font.setBold(bold);
+    label->setFont(font);
+    label->setAlignment(Qt::AlignCenter);
+    label->setWordWrap(true);
+    return label;
+}
+
+// The desktop's microphone privacy settings: GNOME's panel where it exists,
+// else KDE's, else the sound mixer where a blocked application can be seen.
+void openPrivacySettings() {
+    if (QProcess::startDetached("gnome-control-center", {"privacy"})) return;
+    if (QProcess::startDetached("systemsettings", {"kcm_pulseaudio"})) return;
+    QProcess::startDetached("pavucontrol", {"--tab=4"});
+}
+
+}  // namespace
+
+MainWindow::MainWindow(AppModel model, QWidget* parent) : QMainWindow(parent), model_(model) {
+    setWindowTitle("Parlova");
+    setWindowIcon(appIcon());
+    setMinimumSize(760, 560);
+    resize(980, 720);
+
+    auto* splitter = new QSplitter(this);
+    splitter->setChildrenCollapsible(false);
+    splitter->addWidget(makeSidebarColumn());
+
+    auto* right = new QWidget(splitter);
+    auto* rightLayout = new QVBoxLayout(right);
+    rightLayout->setContentsMargins(0, 0, 0, 0);
+    detail_ = new QStackedWidget(right);
+    placeholder_ = makePlaceholder();
+    voicePage_ = new VoicePage;
+    auto* scroll = new QScrollArea;
+    scroll->setWidget(voicePage_);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    voiceScroll_ = scroll;
+    micDenied_ = makeMicDeniedScreen();
+    detail_->addWidget(placeholder_);
+    detail_->addWidget(voiceScroll_);
+    detail_->addWidget(micDenied_);
+    rightLayout->addWidget(detail_, 1);
+    auto* card = new QFrame(right);
+    card->setFrameShape(QFrame::StyledPanel);
+    auto* cardLayout = new QVBoxLayout(card);
+    cardLayout->setContentsMargins(6, 6, 6, 6);
+    transport_ = new TransportCard(model_.engine, model_.devices, model_.micSetup, card);
+    cardLayout->addWidget(transport_);
+    rightLayout->addWidget(card);
+    splitter->addWidget(right);
+    splitter->setStretchFactor(1, 1);
+    splitter->setSizes({250, 730});
+    setCentralWidget(splitter);
+
+    makeMenus();
+
+    connect(sidebar_, &Sidebar::selectionChangedTo, this, &MainWindow::selectionChanged);
+    connect(sidebar_, &Sidebar::duplicateRequested, this, [this](const QUuid& id) {
+        if (const Voice* voice = voiceWithId(id)) model_.store.duplicate(*voice);
+    });
+    connect(sidebar_, &Sidebar::resetRequested, this, [this](const QUuid& id) {
+        if (const Voice* voice = voiceWithId(id)) model_.store.reset(*voice);
+    });
+    connect(sidebar_, &Sidebar::deleteRequested, this, [this](RowKind kind, const QUuid& id) {
+        if (kind == RowKind::voice) deleteVoice(id);
+    });
+    connect(voicePage_, &VoicePage::edited, this, &MainWindow::voiceEdited);
+    connect(voicePage_, &VoicePage::resetRequested, this, [this](const Voice& voice) { model_.store.reset(voice); });
+    connect(&model_.store, &VoiceStore::voicesChanged, this, &MainWindow::refreshRows);
+    connect(&model_.engine, &VoiceEngine::detectedPitchChanged, this,
+            [this] { voicePage_->showDetectedPitch(model_.engine.detectedPitch()); });
+    connect(&model_.engine, &VoiceEngine::errorMessageChanged, this, &MainWindow::showError);
+    connect(&model_.engine, &VoiceEngine::micDeniedChanged, this, &MainWindow::refreshDetail);
+    for (auto signal : {&VoiceEngine::liveStateChanged, &VoiceEngine::recordingChanged, &VoiceEngine::playingChanged,
+                        &VoiceEngine::clipChanged, &VoiceEngine::isExportingChanged, &VoiceEngine::isStartingLiveChanged})
+        connect(&model_.engine, signal, this, &MainWindow::refreshMenu);
+
+    refreshRows();
+    // Start on the voice the engine carries, else the first one.
+    if (!selectVoiceNamed(model_.engine.voice().name) && !model_.store.voices().empty())
+        sidebar_->select(SidebarSelection{RowKind::voice, model_.store.voices().front().id});
+    refreshMenu();
+    refreshDetail();
+}
+
+QWidget* MainWindow::makeSidebarColumn() {
+    auto* column = new QWidget(this);
+    auto* layout = new QVBoxLayout(column);
+    layout->setContentsMargins(6, 6, 0, 6);
+    auto* buttons = new QHBoxLayout;
+    auto* newVoice = new QToolButton(column);
+    newVoice->setText("New Voice from Selected");
+    newVoice->setIcon(themedIcon("list-add", QStyle::SP_FileDialogNewFolder));
+    newVoice->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    newVoice->setToolTip("Make an editable copy of the selected voice");
+    connect(newVoice, &QToolButton::clicked, this, &MainWindow::newVoiceFromSelected);
+    buttons->addWidget(newVoice);
+    buttons->addStretch(1);
+    layout->addLayout(buttons);
+    sidebar_ = new Sidebar(column);
+    layout->addWidget(sidebar_, 1);
+    return column;
+}
+
+QWidget* MainWindow::makePlaceholder() {
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->addStretch(1);
+    auto* icon = new QLabel(page);
+    icon->setPixmap(themedIcon("audio-input-microphone", QStyle::SP_MediaVolume).pixmap(48, 48));
+    icon->setAlignment(Qt::AlignCenter);
+    layout->addWidget(icon);
+    auto* text = makeLabel("Pick a voice", page, 1.3);
+    text->setForegroundRole(QPalette::PlaceholderText);
+    layout->addWidget(text);
+    layout->addStretch(1);
+    return page;
+}
+
+QWidget* MainWindow::makeMicDeniedScreen() {
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->addStretch(1);
+    layout->addWidget(makeLabel("Microphone access is off", page, 1.5, true));
+    layout->addWidget(makeLabel("Allow Parlova to use the microphone in Settings › Privacy › Microphone, "
+                                "or unmute it for Parlova in the sound mixer.",
+                                page));
+    auto* open = new QPushButton("Open Privacy Settings", page);
+    connect(open, &QPushButton::clicked, this, [] { openPrivacySettings(); });
+    auto* row = new QHBoxLayout;
+    row->addStretch(1);
+    row->addWidget(open);
+    row->addStretch(1);
+    layout->addLayout(row);
+    layout->addStretch(1);
+    return page;
+}
+
+void MainWindow::makeMenus() {
+    appMenu_ = menuBar()->addMenu("&Parlova");
+    QMenu* voiceMenu = menuBar()->addMenu("&Voice");
+    VoiceEngine& engine = model_.engine;
+    liveAction_ = voiceMenu->addAction("Talk Live", QKeySequence("Ctrl+L"), &engine, &VoiceEngine::toggleLive);
+    recordAction_ =
+        voiceMenu->addAction("Record Clip", QKeySequence("Ctrl+R"), &engine, &VoiceEngine::toggleRecording);
+    playAction_ = voiceMenu->addAction("Play Clip", QKeySequence("Ctrl+P"), &engine, [&engine] {
+        if (engine.isPlaying())
+            engine.stopPlayback();
+        else
+            engine.startPlayback();
+    });
+    voiceMenu->addSeparator();
+    openAction_ = voiceMenu->addAction("Open Audio File…", QKeySequence("Ctrl+O"), transport_,
+                                       &TransportCard::openAudioFile);
+}
+
+void MainWindow::refreshMenu() {
+    const VoiceEngine& engine = model_.engine;
+    bool busy = engine.isExporting();
+    liveAction_->setText(engine.isLive() ? "Stop Live" : "Talk Live");
+    liveAction_->setEnabled(!busy && (engine.isLive() || !engine.isStartingLive()));
+    recordAction_->setText(engine.isRecording() ? "Stop Recording" : "Record Clip");
+    recordAction_->setEnabled(!busy && !engine.isPlaying());
+    playAction_->setText(engine.isPlaying() ? "Stop Playback" : "Play Clip");
+    playAction_->setEnabled(!busy && !engine.isRecording() && (engine.isPlaying() || !engine.clipURL().isEmpty()));
+    openAction_->setEnabled(!busy && !engine.isRecording());
+}
+
+void MainWindow::refreshRows() {
+    std::vector<SidebarRow> rows;
+    for (const Voice& voice : model_.store.voices())
+        rows.push_back({voice.id, voice.emoji.isEmpty() ? voice.name : voice.emoji + "  " + voice.name,
+                        voiceSummary(voice), !voice.presetKey.has_value(), voice.presetKey.has_value()});
+    sidebar_->showRows(RowKind::voice, rows);
+    // The voice on screen follows the store: an edit (from here or elsewhere)
+    // shows at once and reaches the engine.
+    auto chosen = sidebar_->selection();
+    if (chosen && chosen->kind == RowKind::voice)
+        if (const Voice* voice = voiceWithId(chosen->id)) {
+            voicePage_->showVoice(*voice);
+            transport_->setVoiceName(voice->name);
+            model_.engine.set(*voice);
+        }
+}
+
+void MainWindow::refreshDetail() {
+    if (model_.engine.micDenied()) {
+        detail_->setCurrentWidget(micDenied_);
+        return;
+    }
+    auto chosen = sidebar_->selection();
+    if (chosen && chosen->kind == RowKind::voice && voiceWithId(chosen->id))
+        detail_->setCurrentWidget(voiceScroll_);
+    else
+        detail_->setCurrentWidget(placeholder_);
+}
+
+QString MainWindow::currentPage() const {
+    QWidget* page = detail_->currentWidget();
+    if (page == voiceScroll_) return "voice";
+    if (page == micDenied_) return "micDenied";
+    if (page == placeholder_) return "placeholder";
+    return "clone";
+}
+
+bool MainWindow::selectVoiceNamed(const QString& name) {
+    if (auto voice = model_.store.find(name)) {
+        sidebar_->select(SidebarSelection{RowKind::voice, voice->id});
+        return true;
+    }
+    return false;
+}
+
+void MainWindow::selectionChanged(const std::optional<SidebarSelection>& selection) {
+    if (selection && selection->kind == RowKind::voice)
+        if (const Voice* voice = voiceWithId(selection->id)) {
+            voicePage_->showVoice(*voice);
+            transport_->setVoiceName(voice->name);
+            model_.engine.set(*voice);
+        }
+    refreshDetail();
+}
+
+void MainWindow::voiceEdited(const Voice& edited) {
+    std::vector<Voice> voices = model_.store.voices();
+    for (Voice& voice : voices)
+        if (voice.id == edited.id) voice = edited;
+    // Saving emits voicesChanged, which shows the edit and hands it to the engine.
+    model_.store.setVoices(std::move(voices));
+}
+
+void MainWindow::newVoiceFromSelected() {
+    auto chosen = sidebar_->selection();
+    const Voice* source = chosen && chosen->kind == RowKind::voice ? voiceWithId(chosen->id) : nullptr;
+    if (!source && !model_.store.voices().empty()) source = &model_.store.voices().front();
+    if (!source) return;
+    Voice copy = model_.store.duplicate(*source);
+    sidebar_->select(SidebarSelection{RowKind::voice, copy.id});
+}
+
+void MainWindow::deleteVoice(const QUuid& id) {
+    const Voice* voice = voiceWithId(id);
+    if (!voice || voice->presetKey) return;
+    auto answer = QMessageBox::question(this, "Delete Voice",
+                                        QString("Delete the voice \u201c%1\u201d? This can't be undone.").arg(voice->name),
+                                        QMessageBox::Cancel | QMessageBox::Yes, QMessageBox::Cancel);
+    if (answer != QMessageBox::Yes) return;
+    Voice removed = *voice;
+    model_.store.remove(removed);
+    if (!sidebar_->selection() && !model_.store.voices().empty())
+        sidebar_->select(SidebarSelection{RowKind::voice, model_.store.voices().front().id});
+}
+
+void MainWindow::showError() {
+    QString message = model_.engine.errorMessage();
+    if (message.isEmpty() || showingError_) return;
+    showingError_ = true;
+    // Window-modal and asynchronous: the window keeps painting behind it.
+    auto* box = new QMessageBox(QMessageBox::Warning, "Something went wrong", message, QMessageBox::Ok, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowModality(Qt::WindowModal);
+    connect(box, &QMessageBox::finished, this, [this] {
+        showingError_ = false;
+        model_.engine.setErrorMessage({});
+    });
+    box->open();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    if (closeHandler_ && !closeHandler_())
+        event->ignore();
+    else
+        event->accept();
+}
+
+const Voice* MainWindow::voiceWithId(const QUuid& id) const {
+    for (const Voice& voice : model_.store.voices())
+        if (voice.id == id) return &voice;
+    return nullptr;
+}
+
+}  // namespace parlova::ui

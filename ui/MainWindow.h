@@ -1,0 +1,92 @@
+#pragma once
+// The main window: the sidebar of voices and cloned voices, the selected
+// voice's page above the transport card, the microphone-refused screen, and
+// the "Voice" menu. A view: the store, the engine and the device list hold
+// every piece of state; the window only forwards what the user does.
+#include "ui/Sidebar.h"
+#include "voices/Voice.h"
+
+#include <QAction>
+#include <QMainWindow>
+#include <QStackedWidget>
+
+#include <functional>
+
+namespace parlova {
+class AudioDeviceList;
+class VirtualMicSetup;
+class VoiceEngine;
+class VoiceStore;
+}  // namespace parlova
+
+namespace parlova::ui {
+
+class TransportCard;
+class VoicePage;
+
+// The model objects the window shows, made once by the application.
+struct AppModel {
+    VoiceStore& store;
+    VoiceEngine& engine;
+    AudioDeviceList& devices;
+    VirtualMicSetup& micSetup;
+};
+
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    explicit MainWindow(AppModel model, QWidget* parent = nullptr);
+
+    Sidebar* sidebar() const { return sidebar_; }
+    VoicePage* voicePage() const { return voicePage_; }
+    TransportCard* transport() const { return transport_; }
+    // The page the detail area shows: "placeholder", "voice", "clone" or "micDenied".
+    QString currentPage() const;
+    // Selects the first voice whose name matches, case-insensitively.
+    bool selectVoiceNamed(const QString& name);
+
+    QAction* liveAction() const { return liveAction_; }
+    QAction* recordAction() const { return recordAction_; }
+    QAction* playAction() const { return playAction_; }
+    QAction* openAction() const { return openAction_; }
+    // The "Parlova" menu, where the application adds its own items.
+    QMenu* appMenu() const { return appMenu_; }
+    // Decides what closing the window does; returns whether the window may close.
+    void setCloseHandler(std::function<bool()> handler) { closeHandler_ = std::move(handler); }
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    QWidget* makeSidebarColumn();
+    QWidget* makePlaceholder();
+    QWidget* makeMicDeniedScreen();
+    void makeMenus();
+    void refreshRows();
+    void refreshMenu();
+    void refreshDetail();
+    void selectionChanged(const std::optional<SidebarSelection>& selection);
+    void voiceEdited(const Voice& voice);
+    void newVoiceFromSelected();
+    void deleteVoice(const QUuid& id);
+    void showError();
+    const Voice* voiceWithId(const QUuid& id) const;
+
+    AppModel model_;
+    Sidebar* sidebar_;
+    QStackedWidget* detail_;
+    QWidget* placeholder_;
+    QWidget* voiceScroll_;
+    VoicePage* voicePage_;
+    QWidget* micDenied_;
+    TransportCard* transport_;
+    QMenu* appMenu_ = nullptr;
+    QAction* liveAction_ = nullptr;
+    QAction* recordAction_ = nullptr;
+    QAction* playAction_ = nullptr;
+    QAction* openAction_ = nullptr;
+    bool showingError_ = false;
+    std::function<bool()> closeHandler_;
+};
+
+}  // namespace parlova::ui

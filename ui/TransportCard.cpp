@@ -1,0 +1,174 @@
+#include "ui/TransportCard.h"
+
+#include "engine/VoiceEngine.h"
+#include "ui/CallsPanel.h"
+#include "ui/Icons.h"
+#include "ui/LevelMeter.h"
+
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QMenu>
+#include <QSignalBlocker>
+#include <QStandardPaths>
+#include <QVBoxLayout>
+
+#include <cmath>
+
+namespace parlova::ui {
+
+TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, VirtualMicSetup& setup, QWidget* parent)
+    : QWidget(parent), engine_(engine) {
+    auto* layout = new QVBoxLayout(this);
+    auto* controls = new QHBoxLayout;
+    live_ = new QPushButton(this);
+    live_->setMinimumHeight(40);
+    QFont bold = live_->font();
+    bold.setBold(true);
+    bold.setPointSizeF(bold.pointSizeF() * 1.15);
+    live_->setFont(bold);
+    live_->setMinimumWidth(150);
+    record_ = new QPushButton(this);
+    natural_ = new QCheckBox("Natural voice", this);
+    natural_->setToolTip("Turn the effect off without stopping Live, so a call stays connected");
+    play_ = new QPushButton(this);
+    audioMenu_ = new QToolButton(this);
+    audioMenu_->setText("Audio");
+    audioMenu_->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    audioMenu_->setToolTip("Open or export audio");
+    audioMenu_->setAccessibleName("Open or export audio");
+    audioMenu_->setPopupMode(QToolButton::InstantPopup);
+    auto* menu = new QMenu(audioMenu_);
+    menu->addAction("Open Audio File…", this, &TransportCard::openAudioFile);
+    export_ = menu->addAction("Export Clip in This Voice…", this, &TransportCard::exportClip);
+    audioMenu_->setMenu(menu);
+    controls->addWidget(live_);
+    controls->addWidget(record_);
+    controls->addWidget(natural_);
+    controls->addWidget(play_);
+    controls->addWidget(audioMenu_);
+    controls->addStretch(1);
+    layout->addLayout(controls);
+
+    auto* second = new QHBoxLayout;
+    cloneDelay_ = new QComboBox(this);
+    cloneDelay_->setToolTip("Shorter delay, or clearer words on fast speech");
+    cloneDelay_->setVisible(false);  // only a cloned voice has a choice of delay
+    delay_ = new QLabel(this);
+    delay_->setForegroundRole(QPalette::PlaceholderText);
+    second->addWidget(cloneDelay_);
+    second->addWidget(delay_);
+    exportBar_ = new QProgressBar(this);
+    exportBar_->setRange(0, 100);
+    exportBar_->setMaximumWidth(220);
+    exportBar_->setFormat("Exporting %p%");
+    exportBar_->setVisible(false);
+    second->addWidget(exportBar_);
+    second->addStretch(1);
+    layout->addLayout(second);
+
+    status_ = new QLabel(this);
+    status_->setWordWrap(true);
+    status_->setAccessibleName("Status");
+    layout->addWidget(status_);
+    meter_ = new LevelMeter([&engine] { return engine.meter().value(); }, this);
+    layout->addWidget(meter_);
+    auto* line = new QFrame(this);
+    line->setFrameShape(QFrame::HLine);
+    line->setForegroundRole(QPalette::Mid);
+    layout->addWidget(line);
+    calls_ = new CallsPanel(engine, devices, setup, this);
+    layout->addWidget(calls_);
+
+    connect(live_, &QPushButton::clicked, &engine_, &VoiceEngine::toggleLive);
+    connect(record_, &QPushButton::clicked, &engine_, &VoiceEngine::toggleRecording);
+    connect(natural_, &QCheckBox::toggled, &engine_, [this](bool on) { engine_.setBypass(on); });
+    connect(play_, &QPushButton::clicked, &engine_, [this] {
+        if (engine_.isPlaying()) engine_.stopPlayback();
+        else engine_.startPlayback();
+    });
+    for (auto signal : {&VoiceEngine::liveStateChanged, &VoiceEngine::isStartingLiveChanged,
+                        &VoiceEngine::recordingChanged, &VoiceEngine::playingChanged, &VoiceEngine::clipChanged,
+                        &VoiceEngine::isExportingChanged, &VoiceEngine::callModeChanged,
+                        &VoiceEngine::bypassChanged})
+        connect(&engine_, signal, this, &TransportCard::refresh);
+    connect(&engine_, &VoiceEngine::exportProgressChanged, this,
+            [this] { exportBar_->setValue(int(engine_.exportProgress() * 100)); });
+    // The delay is measured, not published: read it twice a second while live.
+    delayTimer_.setInterval(500);
+    connect(&delayTimer_, &QTimer::timeout, this, &TransportCard::refreshDelay);
+    refresh();
+}
+
+void TransportCard::setVoiceName(const QString& name) {
+    voiceName_ = name;
+    refresh();
+}
+
+TransportState TransportCard::state() const {
+    TransportState s;
+    s.voiceName = voiceName_;
+    s.isExporting = engine_.isExporting();
+    s.isRecording = engine_.isRecording();
+    s.isLive = engine_.isLive();
+    s.callMode = engine_.callMode();
+    s.bypass = engine_.bypass();
+    s.isPlaying = engine_.isPlaying();
+    s.hasClip = !engine_.clipURL().isEmpty();
+    s.clipDuration = engine_.clipDuration();
+    return s;
+}
+
+void TransportCard::refresh() {
+    TransportState s = state();
+    bool starting = engine_.isStartingLive();
+    live_->setText(s.isLive ? "Stop Live" : starting ? "Starting…" : "Talk Live");
+    live_->setIcon(s.isLive ? themedIcon("media-playback-stop", QStyle::SP_MediaStop)
+                            : themedIcon("audio-input-microphone", QStyle::SP_MediaPlay));
+    // The one accent colour: live is red, like a recording light.
+    live_->setStyleSheet(s.isLive ? "QPushButton { background: #d9483b; color: white; border-radius: 6px; padding: 6px 14px; }"
+                                  : QString());
+    record_->setText(s.isRecording ? "Stop" : "Record");
+    record_->setIcon(s.isRecording ? themedIcon("media-playback-stop", QStyle::SP_MediaStop)
+                                   : themedIcon("media-record", QStyle::SP_DialogNoButton));
+    {
+        QSignalBlocker block(natural_);
+        natural_->setChecked(s.bypass);
+    }
+    play_->setText(s.isConverting ? "Converting…" : s.isPlaying ? "Stop" : "Play in Voice");
+    play_->setIcon(s.isPlaying ? themedIcon("media-playback-stop", QStyle::SP_MediaStop)
+                               : themedIcon("media-playback-start", QStyle::SP_MediaPlay));
+    play_->setEnabled(s.isPlaying || (s.hasClip && !s.isRecording && !s.isConverting));
+    audioMenu_->setIcon(s.isExporting ? themedIcon("content-loading", QStyle::SP_BrowserReload)
+                                      : themedIcon("document-save-as", QStyle::SP_DialogSaveButton));
+    export_->setEnabled(s.hasClip && !s.isRecording && !s.isExporting);
+    exportBar_->setVisible(s.isExporting);
+    status_->setText(transportStatus(s));
+    if (s.isLive && !delayTimer_.isActive()) delayTimer_.start();
+    if (!s.isLive) delayTimer_.stop();
+    refreshDelay();
+}
+
+void TransportCard::refreshDelay() {
+    double seconds = engine_.isLive() ? engine_.liveDelaySeconds() : 0;
+    delay_->setText(seconds > 0 ? QString("Delay %1 ms").arg(std::lround(seconds * 1000)) : QString());
+    delay_->setToolTip("From your microphone to what you and the call hear");
+}
+
+void TransportCard::openAudioFile() {
+    QString folder = QStandardPaths::writableLocation(QStandardPaths::MusicLocation);
+    QString path = QFileDialog::getOpenFileName(window(), "Open Audio File", folder,
+                                                "Audio files (*.wav *.flac *.ogg *.opus *.mp3 *.m4a *.aac);;All files (*)");
+    if (!path.isEmpty()) engine_.loadClip(path);
+}
+
+void TransportCard::exportClip() {
+    QString folder = QStandardPaths::writableLocation(QStandardPaths::MusicLocation);
+    QString suggested = folder + '/' + QFileInfo(engine_.clipURL()).completeBaseName() + " as " + voiceName_ + ".m4a";
+    QString path = QFileDialog::getSaveFileName(window(), "Export Clip in This Voice", suggested,
+                                                "AAC audio (*.m4a);;FLAC (*.flac);;WAV (*.wav)");
+    if (!path.isEmpty()) engine_.exportClip(path);
+}
+
+}  // namespace parlova::ui

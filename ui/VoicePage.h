@@ -1,0 +1,56 @@
+#pragma once
+// The page of one voice: its name, a slider per field grouped by what it
+// shapes, the auto-pitch switch, Reset to Default for starting voices, and the
+// detected-pitch line. A view: it reports edits as whole voices and shows
+// whatever voice it is given.
+#include "voices/Voice.h"
+
+#include <QCheckBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QWidget>
+
+#include <vector>
+
+namespace parlova::ui {
+
+class FieldSlider;
+
+class VoicePage : public QWidget {
+    Q_OBJECT
+public:
+    explicit VoicePage(QWidget* parent = nullptr);
+
+    // Shows `voice`; keeps the keyboard focus where it is when the same voice
+    // comes back edited.
+    void showVoice(const Voice& voice);
+    const Voice& voice() const { return voice_; }
+    // The live reading of the speaker's pitch in Hz (0: none).
+    void showDetectedPitch(float hz);
+
+    FieldSlider* slider(const QString& key) const;
+    QCheckBox* autoPitchSwitch() const { return autoPitch_; }
+
+signals:
+    void edited(const Voice& voice);
+    void resetRequested(const Voice& voice);
+
+private:
+    void editField(float Voice::*member, float value);
+    void setAutoPitch(bool on);
+    void updatePitchLine();
+
+    Voice voice_;
+    QLabel* emoji_;
+    QLineEdit* name_;
+    QLabel* caption_;
+    QPushButton* reset_;
+    QCheckBox* autoPitch_;
+    QLabel* pitchLine_;
+    std::vector<FieldSlider*> sliders_;
+    float detectedPitch_ = 0;
+    float lastTarget_ = 120;  // what auto pitch comes back on with
+};
+
+}  // namespace parlova::ui
