@@ -70,6 +70,7 @@ void ParlovaApp::addAppMenuItems() {
         }
     });
     menu->addSeparator();
+    menu->addAction("Close Window", QKeySequence::Close, window_.get(), &QWidget::close);
     menu->addAction("Quit", QKeySequence::Quit, qApp, &QApplication::quit);
 }
 

@@ -1,6 +1,7 @@
 // Parlova's desktop app.
 #include "app/ParlovaApp.h"
 #include "app/Screenshot.h"
+#include "cli/SignalWatch.h"
 #include "devices/LegacyMigration.h"
 
 #include <QApplication>
@@ -46,5 +47,8 @@ int main(int argc, char** argv) {
     options.call = parser.isSet(call);
     options.live = parser.isSet(live);
     parlova::ParlovaApp parlovaApp(options);
+    // A logout or kill ends through the event loop, so the engine still puts
+    // the real microphone back.
+    parlova::cli::quitOnSignals(&parlovaApp);
     return app.exec();
 }
