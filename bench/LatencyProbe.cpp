@@ -636,6 +636,8 @@ int runProbe(const Options& options) {
                         *std::min_element(bridgeMs.begin(), bridgeMs.end()),
                         *std::max_element(bridgeMs.begin(), bridgeMs.end()));
         std::printf("the server's view of the engine's streams:\n%s", streamLatencies.c_str());
+        std::printf("The engine's own sum of its parts (the window's \"Delay\"): %.0f ms\n",
+                    engine.liveDelaySeconds() * 1000.0);
         std::printf("Stamp jitter (median distance of a fragment's stamp from the fit): %.2f ms mic, %.2f ms "
                     "virtual mic\n",
                     ref.jitterMs(), out.jitterMs());

@@ -90,7 +90,8 @@ pa_buffer_attr defaultAttributes() {
 // DONT_MOVE: when the device goes away the stream ends instead of silently
 // moving to another one.
 constexpr auto kStreamFlags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_ADJUST_LATENCY |
-                                                             PA_STREAM_DONT_MOVE | PA_STREAM_AUTO_TIMING_UPDATE);
+                                                             PA_STREAM_DONT_MOVE | PA_STREAM_AUTO_TIMING_UPDATE |
+                                                             PA_STREAM_INTERPOLATE_TIMING);
 }  // namespace
 
 PulseCapture::PulseCapture(std::shared_ptr<PulseLoop> loop, const DeviceEntry& device, double sampleRate,
