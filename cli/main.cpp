@@ -18,8 +18,7 @@ namespace {
 
 std::string overview() {
     std::string text =
-        "Usage: parlova-cli COMMAND [OPTIONS] [ARGUMENTS]\n"
-        "       parlova-cli help COMMAND\n\n"
+        "Usage: parlova-cli COMMAND [OPTIONS] [ARGUMENTS]\n\n"
         "Parlova voice changer without the window: render files in a voice, talk live,\n"
         "feed call apps through \"Parlova Mic\", and manage voices from scripts.\n\n"
         "Commands:\n";
@@ -30,6 +29,7 @@ std::string overview() {
     for (const Command* c : list)
         text += "  " + c->name + std::string(c->name.size() < 12 ? 12 - c->name.size() : 1, ' ') + c->summary + "\n";
     text +=
+        "  help        Show the help of a command: parlova-cli help COMMAND\n"
         "\nOptions:\n"
         "  --help      show this help and exit\n"
         "  --version   show the version and exit\n\n"
