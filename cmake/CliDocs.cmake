@@ -1,3 +1,4 @@
+cmake_policy(VERSION 3.25)
 # Makes the man page and the shell completions of parlova-cli from its own
 # help texts (run with cmake -P, after the program is built).
 #   CLI  the built parlova-cli    OUT  the folder to write into
