@@ -48,7 +48,7 @@ int run(const Arguments& args) {
                                {"outputs", outputs},
                                {"defaultInput", deviceJson(defaultInput)},
                                {"defaultOutput", deviceJson(defaultOutput)},
-                               {"virtualMic", deviceJson(cable)}};
+                               {"virtualCable", deviceJson(cable)}};
         std::printf("%s\n", QJsonDocument(root).toJson(QJsonDocument::Compact).constData());
         return kExitOk;
     }

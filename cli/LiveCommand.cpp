@@ -38,9 +38,7 @@ ChosenDevices chooseDevices(const Arguments& args, const DeviceTable* table) {
 
 // In call mode the voice goes to the virtual mic; hearing it too needs an
 // output that does not echo into the call.
-void checkHearMyself(const Arguments& args, const DeviceTable& table, const QString& outputUID) {
-    if (!args.has("--call"))
-        throw UsageError("--hear-myself works only with --call: without call mode the voice already plays on the output.");
+void checkHearMyself(const DeviceTable& table, const QString& outputUID) {
     const auto id = outputUID.isEmpty() ? table.defaultOutput : deviceRules::deviceID(table, outputUID);
     const DeviceEntry* entry = id ? table.find(*id) : nullptr;
     if (!entry) throw UsageError("--hear-myself needs an output device, and there is none.");
@@ -62,10 +60,12 @@ void reportErrors(VoiceEngine& engine, LiveReport& report, const std::string& re
 int live(const Arguments& args) {
     const Voice voice = voiceWithOverrides(args.value("--voice"), args.values("--set"));
     const double seconds = args.has("--seconds") ? args.seconds("--seconds") : 0;
+    if (args.has("--hear-myself") && !args.has("--call"))
+        throw UsageError("--hear-myself works only with --call: without call mode the voice already plays on the output.");
     std::optional<DeviceTable> table;
     if (args.has("--input") || args.has("--output") || args.has("--hear-myself")) table = systemDevices();
     const ChosenDevices devices = chooseDevices(args, table ? &*table : nullptr);
-    if (args.has("--hear-myself")) checkHearMyself(args, *table, devices.output);
+    if (args.has("--hear-myself")) checkHearMyself(*table, devices.output);
 
     LiveReport report(args.has("--json"), args.quiet());
     VoiceEngine engine;

@@ -49,7 +49,9 @@ int import(const Arguments& args) {
     const QByteArray data = readWholeInput(path);
     QJsonParseError error{};
     const QJsonDocument doc = QJsonDocument::fromJson(data, &error);
-    if (error.error != QJsonParseError::NoError)
+    // A lone number or text is JSON too, just no voice.
+    const bool scalar = error.error != QJsonParseError::NoError && QJsonDocument::fromJson("[" + data + "]").isArray();
+    if (error.error != QJsonParseError::NoError && !scalar)
         throw Failure("Nothing was imported: " + source + " isn't valid JSON (" + error.errorString().toStdString() +
                       " at character " + std::to_string(error.offset) + ").");
     QJsonArray entries;
