@@ -39,9 +39,24 @@ std::optional<std::string> nearest(const std::string& word, const std::vector<st
     return best;
 }
 
+std::vector<std::string> suggestions(const std::string& word, const std::vector<std::string>& candidates) {
+    if (auto best = nearest(word, candidates)) return {*best};
+    // A word cut short ("tremolo") suggests every name it begins.
+    std::vector<std::string> begun;
+    if (word.size() >= 3)
+        for (const auto& c : candidates)
+            if (c.size() > word.size() && editDistance(c.substr(0, word.size()), word) == 0) begun.push_back(c);
+    if (begun.size() > 3) begun.clear();
+    return begun;
+}
+
 std::string didYouMean(const std::string& word, const std::vector<std::string>& candidates) {
-    const auto best = nearest(word, candidates);
-    return best ? " Did you mean \"" + *best + "\"?" : std::string();
+    const auto found = suggestions(word, candidates);
+    if (found.empty()) return {};
+    std::string text = " Did you mean ";
+    for (size_t i = 0; i < found.size(); ++i)
+        text += (i == 0 ? "" : i + 1 == found.size() ? " or " : ", ") + ("\"" + found[i] + "\"");
+    return text + "?";
 }
 
 }  // namespace parlova::cli

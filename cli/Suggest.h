@@ -14,7 +14,10 @@ int editDistance(const std::string& a, const std::string& b);
 // keyboard (at most a third of its letters, at least one, at most three).
 std::optional<std::string> nearest(const std::string& word, const std::vector<std::string>& candidates);
 
-// " Did you mean X?" for a near miss, else empty: to append to a sentence.
+// The near miss, else the names that begin with `word` (at most three).
+std::vector<std::string> suggestions(const std::string& word, const std::vector<std::string>& candidates);
+
+// " Did you mean X?" (or "X or Y?") for a near miss, else empty: to append to a sentence.
 std::string didYouMean(const std::string& word, const std::vector<std::string>& candidates);
 
 }  // namespace parlova::cli

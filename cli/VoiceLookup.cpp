@@ -18,9 +18,9 @@ std::vector<std::string> namesOf(const VoiceStore& store) {
 }
 
 [[noreturn]] void noSuchVoice(const VoiceStore& store, const std::string& name) {
-    const auto near = nearest(name, namesOf(store));
+    const std::string hint = didYouMean(name, namesOf(store));
     throw UsageError("There's no voice named \"" + name + "\"." +
-                     (near ? " Did you mean \"" + *near + "\"?" : " Run 'parlova-cli voices' to see them."));
+                     (hint.empty() ? " Run 'parlova-cli voices' to see them." : hint));
 }
 
 }  // namespace
@@ -65,9 +65,9 @@ void applySetting(Voice& voice, const std::string& assignment, bool withText) {
     if (!field) {
         auto names = settingNames();
         if (withText) names.insert(names.end(), {"name", "emoji"});
-        const auto near = nearest(key, names);
+        const std::string hint = didYouMean(key, names);
         throw UsageError("There's no voice setting named \"" + key + "\"." +
-                         (near ? " Did you mean \"" + *near + "\"?" : " Run 'parlova-cli voices set --help' for the list."));
+                         (hint.empty() ? " Run 'parlova-cli voices set --help' for the list." : hint));
     }
     char* end = nullptr;
     const double value = std::strtod(text.c_str(), &end);
