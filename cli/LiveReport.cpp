@@ -15,6 +15,17 @@ QJsonValue deviceJson(const DeviceEntry* device) {
                        {"name", QString::fromStdString(nameOf(*device))}};
 }
 
+// Short, stable words for scripts (describe() is the sentence for people).
+const char* grantKey(RealtimeGrant grant) {
+    switch (grant) {
+    case RealtimeGrant::rtkit: return "rtkit";
+    case RealtimeGrant::scheduler: return "scheduler";
+    case RealtimeGrant::none: return "none";
+    case RealtimeGrant::unknown: break;
+    }
+    return "unknown";
+}
+
 }  // namespace
 
 void LiveReport::event(const QJsonObject& object) {
@@ -30,7 +41,7 @@ void LiveReport::started(const QString& voice, const LiveRoute& r, RealtimeGrant
                {"output", deviceJson(&r.output)},
                {"monitor", deviceJson(r.monitor ? &*r.monitor : nullptr)},
                {"call", r.isCall},
-               {"realtime", describe(grant)}});
+               {"realtime", grantKey(grant)}});
         return;
     }
     if (quiet_) return;

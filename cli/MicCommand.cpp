@@ -37,9 +37,12 @@ int runFlow(bool install, bool quiet) {
     if (quiet) return kExitOk;
     if (install)
         std::fprintf(stderr, "Installed \"Parlova Mic\". Call apps can pick it as their microphone; it comes back at every login.\n");
-    else
-        std::fprintf(stderr, "Removed the virtual mic.%s\n",
-                     devices.virtualCable() ? " (Another virtual cable is still present.)" : "");
+    else {
+        // A fresh look: the list's own refresh may not have answered yet.
+        const auto table = AudioBackend::system().snapshot();
+        const bool another = table && deviceRules::virtualCableID(*table).has_value();
+        std::fprintf(stderr, "Removed the virtual mic.%s\n", another ? " (Another virtual cable is still present.)" : "");
+    }
     return kExitOk;
 }
 

@@ -157,6 +157,10 @@ CommandRegistration listCommand({"voices", "List, copy, edit, reset, delete, exp
                                  "Lists the stored voices in display order (the same list as the window).\n",
                                  {jsonOption("the list"), {"--names", "", "print only the names, one per line"}},
                                  "", list});
+CommandRegistration listAction({"voices list", "List the voices (as 'parlova-cli voices' does)", {},
+                                "Lists the stored voices in display order (the same list as the window).\n",
+                                {jsonOption("the list"), {"--names", "", "print only the names, one per line"}},
+                                "", list});
 CommandRegistration showCommand({"voices show", "Show every setting of a voice", {"NAME"},
                                  "Shows every setting of the voice NAME with its label and field name.\n", {},
                                  kName, show});

@@ -135,7 +135,9 @@ int main(int argc, char** argv) {
         // anything reads them; a microphone an earlier run left on the
         // virtual mic is given back before any command starts.
         parlova::LegacyMigration::run();
-        if (command->name != "mic status" && command->name != "completion") repairSystemMicOnStart(parsed.quiet());
+        // "mic status" reports the state as found, "mic restore" repairs it itself.
+        const bool repairs = command->name != "mic status" && command->name != "mic restore" && command->name != "completion";
+        if (repairs) repairSystemMicOnStart(parsed.quiet());
         return command->run(parsed);
     } catch (const UsageError& error) {
         return usageError(error.what(), command->name);
