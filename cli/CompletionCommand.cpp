@@ -190,10 +190,11 @@ std::string fish() {
         s << "complete -c parlova-cli -n __fish_use_subcommand -a " << c->name << " -d " << fishQuote(c->summary) << "\n";
     s << "complete -c parlova-cli -n __fish_use_subcommand -l version -d 'show the version'\n";
     for (const auto& c : commands()) {
-        std::string words = c.name;
-        std::string condition = "'__parlova_cli_is " + words + "'";
         const auto actions = actionsOf(c.name);
-        std::string notAction;
+        // A command's own options and its actions only until an action is named.
+        std::string condition = "'__parlova_cli_is " + c.name;
+        if (!actions.empty()) condition += "; and not __fish_seen_subcommand_from " + actionWords(c);
+        condition += "'";
         for (const Command* a : actions) {
             s << "complete -c parlova-cli -n " << condition << " -a " << a->name.substr(c.name.size() + 1) << " -d "
               << fishQuote(a->summary) << "\n";
