@@ -118,19 +118,19 @@ std::string zshQuote(std::string text) {
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
 
 std::string zshArguments(const Command& c) {
-    std::string spec = "'(- *)--help[show the help]'";
+    std::string line = "'(- *)--help[show the help]'";
     for (const auto& o : c.options) {
-        spec += " '" + std::string(o.repeatable ? "*" : "") + o.name + "[" + zshQuote(firstLine(o.help)) + "]";
-        if (o.name == "--voice") spec += ":voice:_parlova_cli_voices";
-        else if (o.name == "--set") spec += ":setting:(" + fieldWords() + ")";
-        else if (o.name == "--type") spec += ":type:(wav flac)";
-        else if (!o.value.empty()) spec += ":" + o.value + ":";
-        spec += "'";
+        line += " '" + std::string(o.repeatable ? "*" : "") + o.name + "[" + zshQuote(firstLine(o.help)) + "]";
+        if (o.name == "--voice") line += ":voice:_parlova_cli_voices";
+        else if (o.name == "--set") line += ":setting:(" + fieldWords() + ")";
+        else if (o.name == "--type") line += ":type:(wav flac)";
+        else if (!o.value.empty()) line += ":" + o.value + ":";
+        line += "'";
     }
-    if (namesVoice(c)) spec += " '1:voice:_parlova_cli_voices'";
-    else if (c.name == "voices import" || c.name == "render" || c.name == "play" || c.name == "record") spec += " '*:file:_files'";
-    if (c.name == "voices set") spec += " '*:setting:(" + fieldWords() + " name= emoji=)'";
-    return spec;
+    if (namesVoice(c)) line += " '1:voice:_parlova_cli_voices'";
+    else if (c.name == "voices import" || c.name == "render" || c.name == "play" || c.name == "record") line += " '*:file:_files'";
+    if (c.name == "voices set") line += " '*:setting:(" + fieldWords() + " name= emoji=)'";
+    return line;
 }
 
 std::string zsh() {
