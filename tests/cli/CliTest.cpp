@@ -284,3 +284,18 @@ TEST_F(Cli, FailuresExitWithTheirCodeAndNameTheWholePath) {
     EXPECT_EQ(QFile(path("notes.txt")).size(), 21);  // an unsupported type is refused before writing
     EXPECT_TRUE(storedVoices().isEmpty());
 }
+
+TEST_F(Cli, CompletionScriptsAreMadeForEachShell) {
+    for (const char* shell : {"bash", "zsh", "fish"}) {
+        const Result r = run({"completion", shell});
+        EXPECT_EQ(r.code, 0) << shell;
+        EXPECT_TRUE(r.text().contains("voices")) << shell;
+        if (!haveTool(shell)) continue;  // the shell itself checks the syntax where it is installed
+        QFile script(path(std::string("completion.") + shell));
+        ASSERT_TRUE(script.open(QIODevice::WriteOnly));
+        script.write(r.out);
+        script.close();
+        EXPECT_EQ(runCapture(std::string(shell) + " -n " + shellQuote(script.fileName().toStdString()), nullptr), 0)
+            << shell;
+    }
+}
