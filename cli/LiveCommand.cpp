@@ -1,94 +1,80 @@
 // parlova-cli live / record / play: live mode, recording and playback on the
-// sound server, with the same engine the app uses.
+// sound server, with the same engine the window uses.
 #include "cli/Command.h"
+#include "cli/DeviceLookup.h"
+#include "cli/LiveReport.h"
+#include "cli/NextStep.h"
 #include "cli/SignalWatch.h"
+#include "cli/StdStreams.h"
 #include "cli/VoiceLookup.h"
 #include "engine/VoiceEngine.h"
 
 #include <cstdio>
-#include <cstdlib>
 
 namespace parlova::cli {
 namespace {
 
-const char* kLiveUsage =
-    "Usage: parlova-cli live --voice NAME [--call] [--hear-myself] [--input UID] [--output UID]\n"
-    "                        [--set FIELD=VALUE]... [--seconds N]\n\n"
-    "Talks live: your microphone in the voice NAME on the output device, until N seconds\n"
-    "pass or Ctrl-C. The system microphone is always given back on the way out.\n\n"
-    "  --call          call mode: render into \"Parlova Mic\" and make it the system\n"
-    "                  microphone, so call apps hear the voice (install it first with\n"
-    "                  \"parlova-cli mic install\")\n"
-    "  --hear-myself   in call mode, also play the voice on the output device (never on\n"
-    "                  speakers, which would echo into the call)\n"
-    "  --input UID     microphone to use (see \"parlova-cli devices\"); default: the system one\n"
-    "  --output UID    output device; default: the system one\n"
-    "  --seconds N     stop after N seconds\n";
+const Option kInput{"--input", "DEVICE", "microphone to use: a name or UID from 'parlova-cli devices';\n"
+                                         "default: the system microphone"};
+const Option kOutput{"--output", "DEVICE", "output device, as for --input; default: the system output"};
+const Option kVoice{"--voice", "NAME", "the voice: a stored voice or \"Natural\" (any letter case)", false, true};
+const Option kSet{"--set", "FIELD=VALUE", "change one setting of the voice for this run, e.g. pitch=-300", true};
 
-const char* kRecordUsage =
-    "Usage: parlova-cli record OUTPUT --seconds N [--input UID]\n\n"
-    "Records N seconds of your microphone (your natural voice) into OUTPUT\n"
-    "(.wav, .flac or .m4a by its extension).\n";
-
-const char* kPlayUsage =
-    "Usage: parlova-cli play FILE --voice NAME [--output UID] [--set FIELD=VALUE]...\n\n"
-    "Plays FILE through the voice NAME on the output device until it ends or Ctrl-C.\n";
-
-struct Options {
-    std::string voice = "Natural", input, output;
-    std::vector<std::string> overrides, files;
-    bool call = false, hearMyself = false;
-    double seconds = 0;
-    bool ok = true;
+// The devices the options name, checked against one snapshot; the engine
+// gets their UIDs. Nothing is looked up when neither option is given.
+struct ChosenDevices {
+    QString input, output;
 };
 
-Options parse(const std::vector<std::string>& args, const char* usage) {
-    Options o;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        const bool hasValue = i + 1 < args.size();
-        if (a == "--voice" && hasValue) o.voice = args[++i];
-        else if (a == "--input" && hasValue) o.input = args[++i];
-        else if (a == "--output" && hasValue) o.output = args[++i];
-        else if (a == "--set" && hasValue) o.overrides.push_back(args[++i]);
-        else if (a == "--seconds" && hasValue) {
-            char* end = nullptr;
-            o.seconds = std::strtod(args[++i].c_str(), &end);
-            if (*end != '\0' || o.seconds <= 0) {
-                std::fprintf(stderr, "--seconds needs a positive number.\n");
-                o.ok = false;
-            }
-        } else if (a == "--call") o.call = true;
-        else if (a == "--hear-myself") o.hearMyself = true;
-        else if (!a.empty() && a[0] == '-') {
-            std::fprintf(stderr, "Unknown or incomplete option \"%s\".\n\n%s", a.c_str(), usage);
-            o.ok = false;
-        } else o.files.push_back(a);
-    }
-    return o;
+ChosenDevices chooseDevices(const Arguments& args, const DeviceTable* table) {
+    ChosenDevices chosen;
+    if (!table) return chosen;
+    if (args.has("--input"))
+        chosen.input = lookupDevice(*table, args.value("--input"), Direction::input, "--input").uid;
+    if (args.has("--output"))
+        chosen.output = lookupDevice(*table, args.value("--output"), Direction::output, "--output").uid;
+    return chosen;
 }
 
-std::string deviceName(const DeviceEntry& device) { return device.name.value_or("unnamed device"); }
+// In call mode the voice goes to the virtual mic; hearing it too needs an
+// output that does not echo into the call.
+void checkHearMyself(const DeviceTable& table, const QString& outputUID) {
+    const auto id = outputUID.isEmpty() ? table.defaultOutput : deviceRules::deviceID(table, outputUID);
+    const DeviceEntry* entry = id ? table.find(*id) : nullptr;
+    if (!entry) throw UsageError("--hear-myself needs an output device, and there is none.");
+    const std::string name = entry->name.value_or(entry->uid.value_or("the output"));
+    if (deviceRules::isSpeaker(*entry))
+        throw UsageError("--hear-myself would play the voice on \"" + name + "\", a speaker, and echo into the call; " +
+                         "choose headphones with --output.");
+    const auto cable = deviceRules::virtualCableID(table);
+    if (cable && *cable == entry->id)
+        throw UsageError("--hear-myself needs an output other than the virtual mic; choose headphones with --output.");
+}
 
-void printErrors(VoiceEngine& engine) {
-    QObject::connect(&engine, &VoiceEngine::errorMessageChanged, [&engine] {
-        if (!engine.errorMessage().isEmpty()) std::fprintf(stderr, "%s\n", engine.errorMessage().toUtf8().constData());
+void reportErrors(VoiceEngine& engine, LiveReport& report, const std::string& rerun) {
+    QObject::connect(&engine, &VoiceEngine::errorMessageChanged, [&engine, &report, rerun] {
+        if (!engine.errorMessage().isEmpty()) report.error(withNextStep(engine.errorMessage(), rerun));
     });
 }
 
-int live(const std::vector<std::string>& args) {
-    Options o = parse(args, kLiveUsage);
-    if (!o.ok || !o.files.empty()) return 2;
-    auto voice = voiceWithOverrides(o.voice, o.overrides);
-    if (!voice) return 2;
+int live(const Arguments& args) {
+    const Voice voice = voiceWithOverrides(args.value("--voice"), args.values("--set"));
+    const double seconds = args.has("--seconds") ? args.seconds("--seconds") : 0;
+    if (args.has("--hear-myself") && !args.has("--call"))
+        throw UsageError("--hear-myself works only with --call: without call mode the voice already plays on the output.");
+    std::optional<DeviceTable> table;
+    if (args.has("--input") || args.has("--output") || args.has("--hear-myself")) table = systemDevices();
+    const ChosenDevices devices = chooseDevices(args, table ? &*table : nullptr);
+    if (args.has("--hear-myself")) checkHearMyself(*table, devices.output);
 
+    LiveReport report(args.has("--json"), args.quiet());
     VoiceEngine engine;
-    printErrors(engine);
-    engine.set(*voice);
-    engine.setInputUID(QString::fromStdString(o.input), false);
-    engine.setOutputUID(QString::fromStdString(o.output), false);
-    engine.setCallMode(o.call);
-    engine.setHearMyself(o.hearMyself);
+    reportErrors(engine, report, "'parlova-cli live'");
+    engine.set(voice);
+    engine.setInputUID(devices.input, false);
+    engine.setOutputUID(devices.output, false);
+    engine.setCallMode(args.has("--call"));
+    engine.setHearMyself(args.has("--hear-myself"));
     quitOnSignals(&engine);
 
     bool started = false, stoppedByError = false;
@@ -101,109 +87,125 @@ int live(const std::vector<std::string>& args) {
     QObject::connect(&engine, &VoiceEngine::liveStarted, [&] {
         if (started) return;
         started = true;
-        const LiveRoute& r = engine.liveGraph()->route();
-        std::fprintf(stderr, "Talking live as %s: \xE2\x80\x9C%s\xE2\x80\x9D \xE2\x86\x92 \xE2\x80\x9C%s\xE2\x80\x9D",
-                     voice->name.toUtf8().constData(), deviceName(r.mic).c_str(), deviceName(r.output).c_str());
-        if (r.monitor) std::fprintf(stderr, ", hearing myself on \xE2\x80\x9C%s\xE2\x80\x9D", deviceName(*r.monitor).c_str());
-        std::fprintf(stderr, ".\n");
-        if (r.isCall) std::fprintf(stderr, "Call apps using the system microphone now hear this voice.\n");
-        std::fprintf(stderr, "Audio thread: %s.\n", describe(engine.realtimeGrant()));
-        std::fprintf(stderr, "Press Ctrl-C to stop.\n");
-        if (o.seconds > 0) QTimer::singleShot(static_cast<int>(o.seconds * 1000), [] { QCoreApplication::quit(); });
+        report.started(voice.name, engine.liveGraph()->route(), engine.realtimeGrant());
+        if (seconds > 0) QTimer::singleShot(static_cast<int>(seconds * 1000), [] { QCoreApplication::quit(); });
         // The delay is known once both streams have reported their latency.
-        QTimer::singleShot(1000, &engine, [&engine] {
-            if (engine.liveGraph())
-                std::fprintf(stderr, "Delay from the microphone to the output: about %.0f ms.\n",
-                             engine.liveDelaySeconds() * 1000.0);
+        QTimer::singleShot(1000, &engine, [&engine, &report] {
+            if (engine.liveGraph()) report.delay(engine.liveDelaySeconds());
         });
     });
     // A server that does not answer is not a reason to sit silent.
     QTimer::singleShot(3000, &engine, [&] {
-        if (!started && engine.isStartingLive())
-            std::fprintf(stderr, "Waiting for the sound server to answer\xE2\x80\xA6 (Ctrl-C gives up)\n");
+        if (!started && engine.isStartingLive()) report.waiting();
     });
 
     engine.toggleLive();
     const int code = QCoreApplication::exec();
     QObject::disconnect(liveEnded);
     if (engine.isLive()) engine.toggleLive();  // stops and gives the real microphone back
-    if (!started || stoppedByError) return code == 0 ? 1 : code;
-    std::fprintf(stderr, "Live stopped.\n");
-    return 0;
+    if (!started || stoppedByError) return code == 0 ? kExitFailure : code;
+    report.stopped();
+    return kExitOk;
 }
 
-int record(const std::vector<std::string>& args) {
-    Options o = parse(args, kRecordUsage);
-    if (!o.ok || o.files.size() != 1 || o.seconds <= 0) {
-        if (o.ok) std::fputs(kRecordUsage, stderr);
-        return 2;
-    }
-    if (!audioFileTypeForPath(o.files[0])) {
-        std::fprintf(stderr, "Couldn't start recording: use a .wav, .flac or .m4a file name.\n");
-        return 2;
-    }
+int record(const Arguments& args) {
+    const double seconds = args.seconds("--seconds");
+    AudioOutput out(args.operand(0), args.value("--type"));
+    if (!audioFileTypeForPath(out.path()))
+        throw UsageError("The recording needs a .wav, .flac or .m4a file name (got \"" + args.operand(0) + "\").");
+    std::optional<DeviceTable> table;
+    if (args.has("--input")) table = systemDevices();
+    const ChosenDevices devices = chooseDevices(args, table ? &*table : nullptr);
+
+    LiveReport report(false, args.quiet());
     VoiceEngine engine;
-    printErrors(engine);
-    engine.setInputUID(QString::fromStdString(o.input), false);
+    reportErrors(engine, report, "'parlova-cli record'");
+    engine.setInputUID(devices.input, false);
     quitOnSignals(&engine);
     QObject::connect(&engine, &VoiceEngine::recordingChanged, [&] {
         if (!engine.isRecording()) QCoreApplication::quit();
     });
     // The clock starts once the microphone is open.
     QObject::connect(&engine, &VoiceEngine::liveStarted, [&] {
-        std::fprintf(stderr, "Recording for %.1f s\xE2\x80\xA6\n", o.seconds);
-        QTimer::singleShot(static_cast<int>(o.seconds * 1000), [&engine] {
+        report.status(QString("Recording for %1 s\xE2\x80\xA6").arg(seconds, 0, 'f', 1));
+        QTimer::singleShot(static_cast<int>(seconds * 1000), [&engine] {
             if (engine.isRecording()) engine.toggleRecording();
         });
     });
     engine.toggleRecording();
-    if (!engine.isRecording()) return 1;
+    if (!engine.isRecording()) return kExitFailure;
     QCoreApplication::exec();
     if (engine.isRecording()) engine.toggleRecording();
-    if (engine.clipURL().isEmpty()) return 1;
+    if (engine.clipURL().isEmpty()) return kExitFailure;
     try {
         auto in = AudioFileReader::open(engine.clipURL().toStdString());
-        auto out = AudioFileWriter::create(o.files[0], in->format());
+        auto file = AudioFileWriter::create(out.path(), in->format());
         std::vector<const float*> channels;
         for (int c = 0; c < in->format().channels; ++c) channels.push_back(in->channelData(c));
-        out->write(channels.data(), static_cast<int>(in->frameLength()));
-        out->finish();
+        file->write(channels.data(), static_cast<int>(in->frameLength()));
+        file->finish();
     } catch (const VoiceEngineError& error) {
-        std::fprintf(stderr, "Couldn't save the recording: %s\n", error.what());
-        return 1;
+        throw Failure(out.describe("Couldn't save the recording: " + std::string(error.what())));
     }
-    std::fprintf(stderr, "Recorded %.2f s into %s\n", engine.clipDuration(), o.files[0].c_str());
-    return 0;
+    out.deliver();
+    if (!out.isStdout())
+        report.status(QString("Recorded %1 s into %2").arg(engine.clipDuration(), 0, 'f', 2).arg(out.path().c_str()));
+    return kExitOk;
 }
 
-int play(const std::vector<std::string>& args) {
-    Options o = parse(args, kPlayUsage);
-    if (!o.ok || o.files.size() != 1) {
-        if (o.ok) std::fputs(kPlayUsage, stderr);
-        return 2;
-    }
-    auto voice = voiceWithOverrides(o.voice, o.overrides);
-    if (!voice) return 2;
+int play(const Arguments& args) {
+    const Voice voice = voiceWithOverrides(args.value("--voice"), args.values("--set"));
+    const double seconds = args.has("--seconds") ? args.seconds("--seconds") : 0;
+    std::optional<DeviceTable> table;
+    if (args.has("--output")) table = systemDevices();
+    const ChosenDevices devices = chooseDevices(args, table ? &*table : nullptr);
+    AudioInput in(args.operand(0));
+
+    LiveReport report(false, args.quiet());
     VoiceEngine engine;
-    printErrors(engine);
-    engine.set(*voice);
-    engine.setOutputUID(QString::fromStdString(o.output), false);
-    if (!engine.loadClip(QString::fromStdString(o.files[0]))) return 1;
+    engine.set(voice);
+    engine.setOutputUID(devices.output, false);
+    if (!engine.loadClip(QString::fromStdString(in.path()))) throw Failure(in.describe(engine.errorMessage().toStdString()));
+    reportErrors(engine, report, "'parlova-cli play'");
     quitOnSignals(&engine);
     QObject::connect(&engine, &VoiceEngine::playingChanged, [&] {
         if (!engine.isPlaying()) QCoreApplication::quit();
     });
     engine.startPlayback();
-    if (!engine.isPlaying()) return 1;
-    std::fprintf(stderr, "Playing %s as %s…\n", o.files[0].c_str(), voice->name.toUtf8().constData());
+    if (!engine.isPlaying()) return kExitFailure;
+    report.status(QString("Playing %1 as %2\xE2\x80\xA6").arg(QString::fromStdString(args.operand(0)), voice.name));
+    if (seconds > 0) QTimer::singleShot(static_cast<int>(seconds * 1000), [] { QCoreApplication::quit(); });
     QCoreApplication::exec();
     engine.stopPlayback();
-    return 0;
+    return kExitOk;
 }
 
-CommandRegistration liveCommand({"live", "Talk live in a voice (optionally into call apps).", kLiveUsage, live});
-CommandRegistration recordCommand({"record", "Record your microphone into a file.", kRecordUsage, record});
-CommandRegistration playCommand({"play", "Play a file through a voice.", kPlayUsage, play});
+CommandRegistration liveCommand({
+    "live", "Talk live in a voice (optionally into call apps)", {},
+    "Talks live: your microphone in the voice NAME on the output device, until the\n"
+    "time given with --seconds passes or Ctrl-C. The system microphone is always\n"
+    "given back on the way out.\n",
+    {kVoice, kSet,
+     {"--call", "", "call mode: play into \"Parlova Mic\" and make it the system microphone,\n"
+                    "so call apps hear the voice (install it first: 'parlova-cli mic install')"},
+     {"--hear-myself", "", "in call mode, also play the voice on the output device (refused on\n"
+                           "speakers, which would echo into the call)"},
+     kInput, kOutput, {"--seconds", "N", "stop after N seconds"}, jsonOption("each status event"), quietOption()},
+    "With --json every event is one line on standard output: started (the voice and the\n"
+    "devices), delay, waiting, error and stopped.\n",
+    live});
+CommandRegistration recordCommand({
+    "record", "Record your microphone into a file", {"OUTPUT"},
+    "Records your natural voice from the microphone into OUTPUT (.wav, .flac or .m4a by\n"
+    "its extension; '-' writes wav to standard output unless --type flac).\n",
+    {{"--seconds", "N", "how long to record", false, true}, kInput,
+     {"--type", "TYPE", "wav or flac: the type written to standard output"}, quietOption()},
+    "", record});
+CommandRegistration playCommand({
+    "play", "Play a file through a voice", {"FILE"},
+    "Plays FILE ('-' reads standard input) through the voice NAME on the output device\n"
+    "until it ends, the time given with --seconds passes, or Ctrl-C.\n",
+    {kVoice, kSet, kOutput, {"--seconds", "N", "stop after N seconds"}, quietOption()}, "", play});
 
 }  // namespace
 }  // namespace parlova::cli

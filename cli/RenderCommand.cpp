@@ -1,8 +1,9 @@
 // parlova-cli render: renders an audio file through a voice, exactly as the
-// app's export does.
+// window's export does.
 #include "cli/Command.h"
-#include "engine/VoiceEngine.h"
+#include "cli/StdStreams.h"
 #include "cli/VoiceLookup.h"
+#include "engine/VoiceEngine.h"
 
 #include <unistd.h>
 
@@ -11,79 +12,57 @@
 namespace parlova::cli {
 namespace {
 
-const char* kUsage =
-    "Usage: parlova-cli render --voice NAME [--set FIELD=VALUE]... INPUT OUTPUT\n\n"
-    "Renders INPUT through the voice NAME (a stored voice, or \"Natural\") into OUTPUT.\n"
-    "OUTPUT's extension picks the format: .m4a (AAC), .wav (32-bit float) or .flac (24-bit).\n"
-    "INPUT may be wav, flac, ogg/opus, mp3 or m4a/aac at any sample rate.\n\n"
-    "  --voice NAME         the voice to use (names are matched ignoring case)\n"
-    "  --set FIELD=VALUE    override one setting of the voice for this render, e.g.\n"
-    "                       --set formant=3.5 or --set pitch=-300 (repeatable)\n"
-    "  --bypass             render with the natural voice, as the app's bypass does\n"
-    "  --quiet              no progress output\n\n"
-    "Fields: pitch (cents), formant (semitones), targetPitch (Hz, 0 = off), vibratoRate,\n"
-    "vibratoDepth, tremoloRate, tremoloDepth, lowCut, highCut, body, presence, reverb,\n"
-    "gain, grain.\n";
-
-int render(const std::vector<std::string>& args) {
-    std::string voiceName;
-    std::vector<std::string> overrides, files;
-    bool quiet = false, bypass = false;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if ((arg == "--voice" || arg == "--set") && i + 1 < args.size()) {
-            (arg == "--voice" ? voiceName : overrides.emplace_back()) = args[++i];
-        } else if (arg.rfind("--voice=", 0) == 0) {
-            voiceName = arg.substr(8);
-        } else if (arg == "--quiet") {
-            quiet = true;
-        } else if (arg == "--bypass") {
-            bypass = true;
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            std::fprintf(stderr, "Unknown or incomplete option \"%s\".\n\n%s", arg.c_str(), kUsage);
-            return 2;
-        } else {
-            files.push_back(arg);
-        }
-    }
-    if (voiceName.empty() || files.size() != 2) {
-        std::fputs(kUsage, stderr);
-        return 2;
-    }
-
-    std::optional<Voice> voice = voiceWithOverrides(voiceName, overrides);
-    if (!voice) return 2;
+int render(const Arguments& args) {
+    const std::string input = args.operand(0), output = args.operand(1);
+    refuseSameFile(input, output);
+    const Voice voice = voiceWithOverrides(args.value("--voice"), args.values("--set"));
+    AudioOutput out(output, args.value("--type"));
+    AudioInput in(input);
+    auto sentence = [&](const QString& message) { return out.describe(in.describe(message.toStdString())); };
 
     VoiceEngine engine(nullptr, nullptr);
-    engine.set(*voice);
-    engine.setBypass(bypass);
-    if (!engine.loadClip(QString::fromStdString(files[0]))) {
-        std::fprintf(stderr, "%s\n", engine.errorMessage().toUtf8().constData());
-        return 1;
-    }
-    // Progress only where it helps: long clips, and never unless asked on a pipe.
-    const bool showProgress = !quiet && engine.clipDuration() >= 20.0;
+    engine.set(voice);
+    engine.setBypass(args.has("--bypass"));
+    if (!engine.loadClip(QString::fromStdString(in.path()))) throw Failure(sentence(engine.errorMessage()));
+    // Progress only where it helps: long clips, a line per tenth on a pipe.
+    const bool showProgress = !args.quiet() && engine.clipDuration() >= 20.0;
     const bool tty = isatty(STDERR_FILENO) != 0;
     int lastShown = -1;
-    const bool ok = engine.exportClipAndWait(QString::fromStdString(files[1]), [&](double fraction) {
+    const bool ok = engine.exportClipAndWait(QString::fromStdString(out.path()), [&](double fraction) {
         const int percent = static_cast<int>(fraction * 100.0);
         if (showProgress && percent / 10 != lastShown / 10 && (tty || percent % 10 == 0 || percent == 100)) {
-            std::fprintf(stderr, tty ? "\rRendering %s: %3d%%" : "Rendering %s: %d%%\n",
-                         voice->name.toUtf8().constData(), percent);
+            std::fprintf(stderr, tty ? "\rRendering %s: %3d%%" : "Rendering %s: %d%%\n", voice.name.toUtf8().constData(),
+                         percent);
             lastShown = percent;
         }
         return true;
     });
     if (showProgress && tty) std::fputc('\n', stderr);
-    if (!ok) {
-        std::fprintf(stderr, "%s\n", engine.errorMessage().toUtf8().constData());
-        return 1;
-    }
-    if (!quiet) std::fprintf(stderr, "Wrote %s\n", files[1].c_str());
-    return 0;
+    if (!ok) throw Failure(sentence(engine.errorMessage()));
+    out.deliver();
+    if (!args.quiet() && !out.isStdout()) std::fprintf(stderr, "Wrote %s\n", output.c_str());
+    return kExitOk;
 }
 
-CommandRegistration registration({"render", "Render an audio file through a voice.", kUsage, render});
+CommandRegistration registration({
+    "render",
+    "Render an audio file through a voice",
+    {"INPUT", "OUTPUT"},
+    "Renders INPUT through the voice NAME into OUTPUT. OUTPUT's extension picks the\n"
+    "format: .m4a (AAC), .wav (32-bit float) or .flac (24-bit). INPUT may be wav, flac,\n"
+    "ogg/opus, mp3 or m4a/aac at any sample rate. '-' as INPUT reads standard input\n"
+    "(wav or flac); '-' as OUTPUT writes standard output (wav unless --type flac).\n",
+    {{"--voice", "NAME", "the voice to use: a stored voice or \"Natural\" (any letter case)", false, true},
+     {"--set", "FIELD=VALUE", "change one setting for this render only, e.g. pitch=-300;\n"
+                              "refused outside the range 'parlova-cli voices set --help' lists",
+      true},
+     {"--bypass", "", "render with your natural voice, as the window's bypass does"},
+     {"--type", "TYPE", "wav or flac: the type written to standard output"},
+     quietOption()},
+    "Example: parlova-cli render --voice \"Old Lady\" --set formant=3 talk.wav old.m4a\n"
+    "         sox talk.wav -t wav - | parlova-cli render --voice Natural - - | play -\n",
+    render,
+});
 
 }  // namespace
 }  // namespace parlova::cli

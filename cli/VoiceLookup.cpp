@@ -1,51 +1,87 @@
 #include "cli/VoiceLookup.h"
 
+#include "cli/Command.h"
+#include "cli/Suggest.h"
+#include "voices/VoiceFieldRanges.h"
 #include "voices/VoiceStore.h"
 
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 
 namespace parlova::cli {
+namespace {
 
-std::optional<Voice> findVoice(const std::string& name) {
+std::vector<std::string> namesOf(const VoiceStore& store) {
+    std::vector<std::string> names{"Natural"};
+    for (const auto& v : store.voices()) names.push_back(v.name.toStdString());
+    return names;
+}
+
+[[noreturn]] void noSuchVoice(const VoiceStore& store, const std::string& name) {
+    const std::string hint = didYouMean(name, namesOf(store));
+    throw UsageError("There's no voice named \"" + name + "\"." +
+                     (hint.empty() ? " Run 'parlova-cli voices' to see them." : hint));
+}
+
+}  // namespace
+
+Voice findStoredVoice(const VoiceStore& store, const std::string& name) {
+    if (auto voice = store.find(QString::fromStdString(name))) return *voice;
+    if (QString::fromStdString(name).compare("Natural", Qt::CaseInsensitive) == 0)
+        throw UsageError("\"Natural\" is your own voice, unchanged; it isn't in the list of voices.");
+    noSuchVoice(store, name);
+}
+
+Voice findVoice(const VoiceStore& store, const std::string& name) {
     if (QString::fromStdString(name).compare("Natural", Qt::CaseInsensitive) == 0) return Voice::natural();
+    if (auto voice = store.find(QString::fromStdString(name))) return *voice;
+    noSuchVoice(store, name);
+}
+
+Voice findVoice(const std::string& name) {
     VoiceStore store;
-    auto voice = store.find(QString::fromStdString(name));
-    if (!voice)
-        std::fprintf(stderr, "There's no voice named \"%s\". Run \"parlova-cli voices\" to see them.\n", name.c_str());
-    return voice;
+    return findVoice(store, name);
 }
 
-bool applyOverride(Voice& voice, const std::string& assignment) {
+std::vector<std::string> settingNames() {
+    std::vector<std::string> names;
+    for (const auto& f : voiceFieldRanges()) names.push_back(f.key);
+    return names;
+}
+
+void applySetting(Voice& voice, const std::string& assignment, bool withText) {
     const auto equals = assignment.find('=');
-    if (equals == std::string::npos) {
-        std::fprintf(stderr, "The setting \"%s\" needs the form FIELD=VALUE.\n", assignment.c_str());
-        return false;
+    if (equals == std::string::npos || equals == 0)
+        throw UsageError("The setting \"" + assignment + "\" needs the form FIELD=VALUE, e.g. pitch=-300.");
+    const std::string key = assignment.substr(0, equals), text = assignment.substr(equals + 1);
+    const QString qkey = QString::fromStdString(key);
+    if (withText && (qkey.compare("name", Qt::CaseInsensitive) == 0 || qkey.compare("emoji", Qt::CaseInsensitive) == 0)) {
+        const QString value = QString::fromStdString(text).trimmed();
+        if (value.isEmpty()) throw UsageError("The " + qkey.toLower().toStdString() + " of a voice can't be empty.");
+        (qkey.compare("name", Qt::CaseInsensitive) == 0 ? voice.name : voice.emoji) = value;
+        return;
     }
-    const std::string field = assignment.substr(0, equals), text = assignment.substr(equals + 1);
+    const VoiceFieldRange* field = findVoiceField(qkey);
+    if (!field) {
+        auto names = settingNames();
+        if (withText) names.insert(names.end(), {"name", "emoji"});
+        const std::string hint = didYouMean(key, names);
+        throw UsageError("There's no voice setting named \"" + key + "\"." +
+                         (hint.empty() ? " Run 'parlova-cli voices set --help' for the list." : hint));
+    }
     char* end = nullptr;
-    const float value = std::strtof(text.c_str(), &end);
-    if (text.empty() || end == nullptr || *end != '\0' || !std::isfinite(value)) {
-        std::fprintf(stderr, "The value \"%s\" for %s isn't a number.\n", text.c_str(), field.c_str());
-        return false;
-    }
-    for (const auto& f : Voice::floatFields()) {
-        if (field == f.key) {
-            voice.*(f.member) = value;
-            return true;
-        }
-    }
-    std::fprintf(stderr, "There's no voice setting named \"%s\". Run \"parlova-cli render --help\" for the list.\n",
-                 field.c_str());
-    return false;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !std::isfinite(value))
+        throw UsageError("The value \"" + text + "\" for " + field->key + " isn't a number.");
+    const float stored = static_cast<float>(value);
+    if (auto problem = checkVoiceFieldValue(*field, std::isfinite(stored) ? stored : static_cast<float>(HUGE_VAL)))
+        throw UsageError(problem->toStdString());
+    voice.*(field->member) = stored;
 }
 
-std::optional<Voice> voiceWithOverrides(const std::string& name, const std::vector<std::string>& overrides) {
-    auto voice = findVoice(name);
-    if (!voice) return std::nullopt;
-    for (const auto& assignment : overrides)
-        if (!applyOverride(*voice, assignment)) return std::nullopt;
+Voice voiceWithOverrides(const std::string& name, const std::vector<std::string>& settings) {
+    Voice voice = findVoice(name);
+    for (const auto& assignment : settings) applySetting(voice, assignment);
     return voice;
 }
 

@@ -22,6 +22,7 @@ extern "C" {
 #include <thread>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
@@ -79,6 +80,43 @@ void interleaveFloat(const std::vector<std::vector<float>>& in, int frames, floa
         float* dst = out + c;
         for (int i = 0; i < frames; ++i) dst[static_cast<size_t>(i) * channels] = src[i];
     }
+}
+
+// FFmpeg stores 32-bit float WAV as WAVE_FORMAT_EXTENSIBLE, whose float
+// subtype some readers (sox among them) take for a plain float header with its
+// extension missing, and warn. For mono and stereo, where the extensible
+// form's channel mask says nothing the plain form doesn't, the 40-byte fmt
+// chunk becomes the plain 18-byte IEEE float one (extension size 0) followed
+// by a 14-byte JUNK chunk, in place: nothing else in the file moves.
+void rewriteAsPlainFloatWav(const std::string& path) {
+    std::FILE* f = std::fopen(path.c_str(), "r+b");
+    if (!f) return;
+    unsigned char header[12];
+    long offset = 12;
+    if (std::fread(header, 1, 12, f) == 12 && std::memcmp(header + 8, "WAVE", 4) == 0) {
+        unsigned char chunk[8 + 40];
+        while (std::fseek(f, offset, SEEK_SET) == 0 && std::fread(chunk, 1, 8, f) == 8) {
+            const uint32_t size = chunk[4] | chunk[5] << 8 | chunk[6] << 16 | static_cast<uint32_t>(chunk[7]) << 24;
+            if (std::memcmp(chunk, "data", 4) == 0) break;
+            if (std::memcmp(chunk, "fmt ", 4) == 0) {
+                const bool extensibleFloat = size == 40 && std::fread(chunk + 8, 1, 40, f) == 40 && chunk[8] == 0xFE &&
+                                             chunk[9] == 0xFF && chunk[10] <= 2 && chunk[32] == 3 && chunk[33] == 0;
+                if (!extensibleFloat) break;
+                chunk[4] = 18;           // fmt size
+                chunk[8] = 3;            // WAVE_FORMAT_IEEE_FLOAT
+                chunk[9] = 0;
+                chunk[24] = chunk[25] = 0;  // no extension
+                std::memcpy(chunk + 26, "JUNK", 4);
+                chunk[30] = 14;
+                chunk[31] = chunk[32] = chunk[33] = 0;
+                std::memset(chunk + 34, 0, 14);
+                if (std::fseek(f, offset, SEEK_SET) == 0) std::fwrite(chunk, 1, sizeof chunk, f);
+                break;
+            }
+            offset += 8 + static_cast<long>(size) + (size & 1);
+        }
+    }
+    std::fclose(f);
 }
 
 }  // namespace
@@ -146,7 +184,15 @@ struct AudioFileWriter::Impl {
             fail("There isn't enough disk space to write " + inQuotes(name) + ".");
         case EROFS: fail("Parlova can't write " + inQuotes(name) + " because its disk is read-only.");
         case ENOENT:
-        case ENOTDIR: fail("The folder " + inQuotes(folderName()) + " doesn't exist.");
+        case ENOTDIR: {
+            // A folder that exists but refuses new files (/proc, /sys) is not a missing one.
+            std::error_code ec;
+            const fs::path parent = fs::path(path).parent_path();
+            if (fs::is_directory(parent.empty() ? fs::current_path(ec) : parent, ec))
+                fail("Parlova couldn't create " + inQuotes(name) + ": the folder " + inQuotes(folderName()) +
+                     " doesn't take new files.");
+            fail("The folder " + inQuotes(folderName()) + " doesn't exist.");
+        }
         case EISDIR: fail(inQuotes(name) + " is a folder; choose a file name to export to.");
         case 0: throw statusError("write " + inQuotes(name), averr);
         default: fail("Parlova couldn't write " + inQuotes(name) + ": " + audiofile::errnoText(err) + ".");
@@ -526,6 +572,7 @@ struct AudioFileWriter::Impl {
         if (muxer->pb->error < 0) writeFailed(muxer->pb->error, true);
         err = avio_closep(&muxer->pb);
         if (err < 0) writeFailed(err, true);
+        if (type == AudioFileType::wav) rewriteAsPlainFloatWav(path);
         finished = true;
     }
 };

@@ -1,6 +1,7 @@
 #include "engine/OfflineRenderer.h"
 
 #include "engine/AudioFile.h"
+#include "engine/AudioFileSupport.h"
 #include "engine/GuardedAudio.h"
 #include "engine/RateConverter.h"
 #include "engine/VoiceChain.h"
@@ -59,6 +60,9 @@ void renderOffline(const std::string& source, const std::string& destination, co
     if (!audioFileTypeForPath(destination)) {
         // Refuse before anything at the destination is touched.
         const std::string suffix = QFileInfo(QString::fromStdString(destination)).suffix().toStdString();
+        if (suffix.empty())
+            throw VoiceEngineError("The file name \u201c" + audiofile::displayName(destination) +
+                                   "\u201d has no type; end it with .m4a, .wav or .flac.");
         throw VoiceEngineError("The file type \u201c." + suffix +
                                "\u201d isn't supported; use .m4a, .wav or .flac.");
     }
