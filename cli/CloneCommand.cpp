@@ -8,6 +8,7 @@
 #include "cloning/Generation.h"
 #include "cloning/ReadingScripts.h"
 #include "cloning/SampleRecording.h"
+#include "cloning/Transcriber.h"
 #include "cloning/VoiceCloner.h"
 #include "engine/AudioFile.h"
 #include "engine/VoiceEngine.h"
@@ -35,7 +36,7 @@ const char* kUsage =
     "                                     copies an audio file in as a sample\n"
     "  samples NAME                       a voice's samples, first first\n"
     "  script NAME [--count N]            sentences to read for the next sample\n"
-    "  record-sample NAME [--seconds N] [--count N]\n"
+    "  record-sample NAME [--seconds N] [--count N] [--transcript TEXT]\n"
     "                                     shows a script, records you reading it (N s, at\n"
     "                                     most 25; default 15) and adds it as a sample\n"
     "  setup                              sets up voice cloning on this machine (once)\n"
@@ -133,6 +134,42 @@ bool saveAudio(const QString& wav, const QString& destination) {
     } catch (const VoiceEngineError& error) {
         say(QString::fromStdString(error.errorDescription()));
         return false;
+    }
+}
+
+// Adds the file as a sample. Without a transcript given, the words are
+// recognised on this machine (snapped to `script` when it was read from one).
+int addSample(CloneLibrary& library, const ClonedVoice& voice, const QString& file, const Args& a,
+              const QStringList& script = {}) {
+    QString transcript = a.options.count("--transcript") ? q(a.options.at("--transcript")) : QString();
+    try {
+        const VoiceSample sample = library.addSample(voice.id, file, transcript);
+        say(QString::asprintf("Added a sample of %.1f s.", sample.duration));
+        if (SampleRecording::isShort(sample.duration)) say(SampleRecording::shortSampleMark());
+        if (!transcript.isEmpty()) return 0;
+        VoiceCloner cloner;
+        const Transcriber transcriber(&cloner);
+        if (!transcriber.isAvailable()) {
+            say("No transcript yet: set up voice cloning to have samples transcribed, or give --transcript.");
+            return 0;
+        }
+        say("Transcribing\xE2\x80\xA6");
+        std::optional<QString> heard;
+        waitFor([&](auto done) {
+            transcriber.transcribe(library.samplePath(voice.id, sample), script, [&, done](const auto& text) {
+                heard = text;
+                done();
+            });
+        });
+        if (!heard) {
+            say("No words could be made out; the sample was kept without a transcript.");
+            return 0;
+        }
+        library.setTranscript(*heard, sample.id, voice.id);
+        say("Transcript: " + *heard);
+        return 0;
+    } catch (const VoiceEngineError& error) {
+        return fail(SampleRecording::addFailed(QString::fromStdString(error.errorDescription())));
     }
 }
 
@@ -244,8 +281,9 @@ int recordSample(CloneLibrary& library, const ClonedVoice& voice, const Args& a)
     const auto seconds = number(a, "--seconds", 15);
     const auto count = number(a, "--count", SampleRecording::kScriptSentences);
     if (!seconds || !count) return 2;
-    const QString script = ReadingScripts::next(voice, int(*count));
-    say("Read this aloud in your normal voice:\n\n  " + script + "\n");
+    const QStringList script = ReadingScripts::nextSentences(voice, int(*count));
+    say("Read this aloud in your normal voice. Each script uses sentences this voice hasn't read yet:\n\n  " +
+        script.join(' ') + "\n");
     say(SampleRecording::hint());
     VoiceEngine engine;
     QObject::connect(&engine, &VoiceEngine::errorMessageChanged, [&engine] { say(engine.errorMessage()); });
@@ -266,15 +304,7 @@ int recordSample(CloneLibrary& library, const ClonedVoice& voice, const Args& a)
     if (engine.isRecording()) engine.toggleRecording();
     if (engine.clipURL().isEmpty()) return 1;
     if (const auto rejected = SampleRecording::rejection(engine.clipDuration())) return fail(*rejected);
-    try {
-        const QString transcript = a.options.count("--transcript") ? q(a.options.at("--transcript")) : script;
-        const VoiceSample sample = library.addSample(voice.id, engine.clipURL(), transcript);
-        say(QString::asprintf("Added a sample of %.1f s.", sample.duration));
-        if (SampleRecording::isShort(sample.duration)) say(SampleRecording::shortSampleMark());
-    } catch (const VoiceEngineError& error) {
-        return fail(SampleRecording::addFailed(QString::fromStdString(error.errorDescription())));
-    }
-    return 0;
+    return addSample(library, voice, engine.clipURL(), a, script);
 }
 
 int live(CloneLibrary& library, const ClonedVoice& voice, const Args& a) {
@@ -361,17 +391,8 @@ int run(const std::vector<std::string>& args) {
         if (!count) return 2;
         std::printf("%s\n", ReadingScripts::next(*voice, int(*count)).toUtf8().constData());
         code = 0;
-    } else if (sub == "add-sample" && needs(3)) {
-        try {
-            const QString transcript = a.options.count("--transcript") ? q(a.options.at("--transcript")) : QString();
-            const VoiceSample sample = library.addSample(voice->id, q(a.words[2]), transcript);
-            say(QString::asprintf("Added a sample of %.1f s.", sample.duration));
-            if (SampleRecording::isShort(sample.duration)) say(SampleRecording::shortSampleMark());
-            code = 0;
-        } catch (const VoiceEngineError& error) {
-            code = fail(SampleRecording::addFailed(QString::fromStdString(error.errorDescription())));
-        }
-    } else if (sub == "record-sample" && needs(2)) code = recordSample(library, *voice, a);
+    } else if (sub == "add-sample" && needs(3)) code = addSample(library, *voice, q(a.words[2]), a);
+    else if (sub == "record-sample" && needs(2)) code = recordSample(library, *voice, a);
     else if (sub == "say" && needs(3)) code = sayText(library, *voice, a);
     else if (sub == "convert" && needs(4)) code = convert(library, *voice, q(a.words[2]), q(a.words[3]));
     else if (sub == "live" && needs(2)) code = live(library, *voice, a);

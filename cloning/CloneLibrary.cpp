@@ -59,8 +59,12 @@ void CloneLibrary::load() {
                 "library-unreadable-" + QString::number(QDateTime::currentSecsSinceEpoch()));
             QString aside = stem + ".json";
             for (int n = 2; QFileInfo::exists(aside); ++n) aside = stem + "-" + QString::number(n) + ".json";
-            if (QFile::rename(path, aside)) keptAside_ = aside;
-            else mayWrite_ = false;
+            if (QFile::rename(path, aside)) {
+                keptAside_ = aside;
+                save();  // an empty library from now on, not a first start again
+            } else {
+                mayWrite_ = false;
+            }
         }
     }
     const QUuid stored = QUuid::fromString(settings_->value(kSelectedKey).toString());
