@@ -40,6 +40,9 @@ void VoiceEngine::setClone(const CloneTarget& target) {
     if (clone_ == target) return;
     clone_ = target;
     emit cloneChanged();
+    // The worker reads the samples now, so the first conversion or stream
+    // starts sooner; a failure here shows up again when the voice is used.
+    if (cloner_ && cloner_->isInstalled() && !target.samples.isEmpty()) cloner_->prepare(target);
     // The route carries one kind of stage: build it again for the new voice.
     if (live_.isRunning() || live_.isStarting()) {
         tearDownLive();
