@@ -317,6 +317,7 @@ int live(CloneLibrary& library, const ClonedVoice& voice, const Args& a) {
     const auto seconds = number(a, "--seconds", 0.0001);
     if (!seconds) return 2;
     VoiceCloner cloner;
+    if (!cloner.isInstalled()) return fail(VoiceCloner::notSetUpForStreaming());
     showProgress(cloner);
     VoiceEngine engine;
     QObject::connect(&engine, &VoiceEngine::errorMessageChanged, [&engine] {

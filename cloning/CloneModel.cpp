@@ -69,8 +69,12 @@ QString cacheName(CloneModel model) {
 }
 
 bool isDownloaded(CloneModel model, const QString& home) {
-    const QString base = home.isEmpty() ? QDir::homePath() : home;
-    const QDir snapshots(base + "/.cache/huggingface/hub/" + cacheName(model) + "/snapshots");
+    // The cache the worker's hub library uses: HF_HUB_CACHE, else HF_HOME/hub,
+    // else ~/.cache/huggingface/hub.
+    QString hub = home.isEmpty() ? qEnvironmentVariable("HF_HUB_CACHE") : QString();
+    if (hub.isEmpty() && home.isEmpty() && qEnvironmentVariableIsSet("HF_HOME")) hub = qEnvironmentVariable("HF_HOME") + "/hub";
+    if (hub.isEmpty()) hub = (home.isEmpty() ? QDir::homePath() : home) + "/.cache/huggingface/hub";
+    const QDir snapshots(hub + "/" + cacheName(model) + "/snapshots");
     return snapshots.exists() && !snapshots.isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot);
 }
 

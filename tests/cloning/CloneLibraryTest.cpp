@@ -158,3 +158,14 @@ TEST(CloneModelTest, GenerationIsBlockedByTheFirstUnmetCondition) {
     for (const auto& c : cases)
         EXPECT_EQ(Generation::blocker(c.model, voiceWith(c.samples), c.permission, c.text), c.blocker);
 }
+
+TEST(CloneModelTest, DownloadedMeansASnapshotInTheModelCache) {
+    QTemporaryDir home;
+    const QString snapshots = home.filePath(".cache/huggingface/hub/" + cacheName(CloneModel::best) + "/snapshots");
+    EXPECT_FALSE(isDownloaded(CloneModel::best, home.path()));
+    QDir().mkpath(snapshots);
+    EXPECT_FALSE(isDownloaded(CloneModel::best, home.path()));  // an interrupted first download
+    QDir().mkpath(snapshots + "/0123abcd");
+    EXPECT_TRUE(isDownloaded(CloneModel::best, home.path()));
+    EXPECT_FALSE(isDownloaded(CloneModel::fast, home.path()));
+}
