@@ -98,7 +98,9 @@ void VoiceCloner::startWorkerIfNeeded(Done done) {
     launch.arguments = {script};
     launch.workingDirectory = QFileInfo(labDirectory()).isDir() ? labDirectory() : QFileInfo(script).absolutePath();
     launch.environment = workerEnvironment();
-    launch.errorLog = QDir(supportDirectory_).filePath("clone-worker.log");
+    // The worker's own diagnostics, kept for a bug report; a support folder
+    // that can't be written to doesn't stop the worker.
+    if (QFileInfo(supportDirectory_).isWritable()) launch.errorLog = QDir(supportDirectory_).filePath("clone-worker.log");
     worker_ = std::make_unique<WorkerChannel>();
     workerIsReady_ = false;
     WorkerChannel* channel = worker_.get();
