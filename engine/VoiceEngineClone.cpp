@@ -18,6 +18,12 @@ void VoiceEngine::loadCloneSettings() {
         QFile::remove(convertedTemp_);
         convertedTemp_.clear();
     });
+    // A route already running for a recording streams only while live is on.
+    connect(this, &VoiceEngine::liveStateChanged, this, [this] {
+        if (!cloneRoute_ || !live_.isRunning()) return;
+        if (!isLive_) cloneRoute_->stop();
+        else if (!cloneRoute_->isStreaming() && !cloneRoute_->isStreamStarting()) startCloneStream();
+    });
 }
 
 void VoiceEngine::setCloner(VoiceCloner* cloner) {
