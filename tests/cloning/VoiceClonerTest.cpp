@@ -3,7 +3,9 @@
 #include "cloning/WorkerProtocol.h"
 #include "engine/AudioFile.h"
 
+#include <QFile>
 #include <QFileInfo>
+#include <QJsonObject>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -162,4 +164,41 @@ TEST(WorkerProtocolTest, RepliesAndTheirDefaults) {
     const float block[] = {0.25f, -1.0f, 3.5f};
     EXPECT_EQ(decodeSamples(encodeSamples(block, 3)), std::vector<float>(block, block + 3));
     EXPECT_EQ(decodeSamples(encodeSamples(block, 3).left(8)).size(), 1u);  // a partial sample is dropped
+}
+
+TEST(VoiceClonerTest, RepliesSplitOrJoinedInReadsAndStrayLinesFromAWorkerProcess) {
+    // A stand-in worker over real pipes, to control how its replies are cut.
+    QTemporaryDir dir;
+    const QString script = dir.filePath("worker.sh");
+    QFile file(script);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(R"(echo '{"ready":true}'
+read first; read second
+echo 'not json'; echo '[1,2]'; echo '{"status":"Thinking"}'
+echo '{"id":99,"ok":true,"output":""}'
+printf '{"id":1,"ok":tr'; sleep 0.3
+printf 'ue,"output":"/x.wav","audio_seconds":1.5}\n{"id":2,"ok":false}\n'
+sleep 30
+)");
+    file.close();
+    VoiceClonerOptions options;
+    options.supportDirectory = dir.path();
+    options.interpreter = "/bin/sh";
+    options.workerScript = script;
+    VoiceCloner cloner(options);
+    std::vector<CloneResult> first, second;
+    cloner.startWorkerIfNeeded([&](const QString& error) {
+        ASSERT_EQ(error, "");
+        cloner.send(QJsonObject{{"op", "prepare"}}, [&](const CloneResult& r) { first.push_back(r); });
+        cloner.send(QJsonObject{{"op", "prepare"}}, [&](const CloneResult& r) { second.push_back(r); });
+    });
+    ASSERT_TRUE(waitFor([&] { return !first.empty() && !second.empty(); }, 20000));
+    EXPECT_EQ(cloner.status(), "Thinking");
+    ASSERT_TRUE(first[0].ok());
+    EXPECT_EQ(first[0].reply->output, "/x.wav");
+    EXPECT_EQ(first[0].reply->duration, 1.5);
+    EXPECT_EQ(second[0].error, kCloningFailedMessage);
+    cloner.stopWorker();
+    waitFor([&] { return !cloner.workerRunning(); }, 5000);
+    EXPECT_EQ(first.size() + second.size(), 2u);  // the exit resumes nothing twice
 }
