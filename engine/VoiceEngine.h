@@ -50,6 +50,8 @@ class VoiceEngine : public QObject {
     Q_PROPERTY(bool hearMyself READ hearMyself WRITE setHearMyself NOTIFY hearMyselfChanged)
     Q_PROPERTY(QString inputUID READ inputUID WRITE setInputUID NOTIFY devicesChosen)
     Q_PROPERTY(QString outputUID READ outputUID WRITE setOutputUID NOTIFY devicesChosen)
+    Q_PROPERTY(bool isConverting READ isConverting NOTIFY isConvertingChanged)
+    Q_PROPERTY(bool isStreamStarting READ isStreamStarting NOTIFY isStreamStartingChanged)
 
 public:
     static constexpr const char* kInputDeviceKey = "inputDeviceUID";
@@ -89,9 +91,10 @@ public:
     // an export runs.
     // With a cloned voice the clip is first re-spoken by the cloner.
     bool exportClip(const QString& destination) {
-        return clone_.isEmpty() ? clip_.exportClip(destination, effectiveVoice()) : exportClipInClone(destination);
+        return clone_.isEmpty() || bypass_ ? clip_.exportClip(destination, effectiveVoice())
+                                           : exportClipInClone(destination);
     }
-    // The same render on the calling thread, for headless use.
+    // The same render on the calling thread, for headless use (effect voices only).
     bool exportClipAndWait(const QString& destination, const RenderProgress& progress = {}) {
         return clip_.exportClipAndWait(destination, effectiveVoice(), progress);
     }

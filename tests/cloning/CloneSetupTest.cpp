@@ -87,11 +87,3 @@ TEST(CloneSetupTest, InstallsFromALocalRepositoryFailsVisiblyAndDoesNotCloneTwic
     ASSERT_TRUE(waitFor([&] { return finishedInstalling(again); }));
     EXPECT_EQ(again.state(), VoiceCloner::State::ready) << again.status().toStdString();
 }
-
-TEST(CloneSetupTest, ScriptQuotesEveryPath) {
-    SetupPlan plan{R"(/s "a" $b `c` \d)", R"(/s "a" $b `c` \d/voice-lab)", "/repo path", "abc123", "torch"};
-    const QString script = setupScript(plan);
-    EXPECT_TRUE(script.contains(R"(mkdir -p "/s \"a\" \$b \`c\` \\d")")) << script.toStdString();
-    EXPECT_TRUE(script.contains(R"(git clone --quiet "/repo path" "/s \"a\" \$b \`c\` \\d/voice-lab")"));
-    EXPECT_TRUE(script.endsWith("uv sync --extra \"torch\"\n"));
-}
