@@ -46,10 +46,7 @@ double CloneVoiceStage::latencySeconds() const {
     return buffers_->blockSeconds.load(std::memory_order_relaxed) + buffers_->voice.cushionSeconds();
 }
 
-CloneRoute::CloneRoute(VoiceCloner* cloner, QObject* parent) : QObject(parent), cloner_(cloner) {
-    streamTimer_.setInterval(kSendIntervalMs);
-    connect(&streamTimer_, &QTimer::timeout, this, &CloneRoute::send);
-}
+CloneRoute::CloneRoute(VoiceCloner* cloner, QObject* parent) : QObject(parent), cloner_(cloner) {}
 
 CloneRoute::~CloneRoute() { stop(); }
 
@@ -57,7 +54,6 @@ VoiceStageFactory CloneRoute::stageFactory(double sampleRate) {
     buffers_ = std::make_shared<CloneStreamBuffers>(sampleRate);
     buffers_->bypass.store(bypass_, std::memory_order_relaxed);
     setBypass(bypass_);
-    sendScratch_.assign(size_t(sampleRate * kMicRingSeconds), 0.0f);
     return [buffers = buffers_](AudioSource& input, double) -> std::unique_ptr<VoiceStage> {
         return std::make_unique<CloneVoiceStage>(input, buffers);
     };
@@ -73,7 +69,6 @@ void CloneRoute::start(const CloneTarget& voice, CloneLatency latency) {
     if (!cloner_ || !buffers_) return;
     const int generation = ++generation_;
     setStarting(true);
-    down_ = StreamResampler::create(buffers_->sampleRate, kStreamRate);
     std::shared_ptr<StreamResampler> up = StreamResampler::create(kStreamRate, buffers_->sampleRate);
     cloner_->setStreamReceiver([buffers = buffers_, up](const float* samples, size_t count) {
         // The worker's reader thread: the only writer of the voice queue.
@@ -96,23 +91,22 @@ void CloneRoute::start(const CloneTarget& voice, CloneLatency latency) {
         buffers_->blockSeconds.store(block, std::memory_order_relaxed);
         buffers_->mic.clear();  // what was said while the stream started is not sent
         streaming_ = true;
-        streamTimer_.start();
+        // The worker thread becomes the mic ring's only reader.
+        std::shared_ptr<StreamResampler> down = StreamResampler::create(buffers_->sampleRate, kStreamRate);
+        auto scratch = std::make_shared<std::vector<float>>(buffers_->mic.capacity());
+        cloner_->setStreamSource([buffers = buffers_, down, scratch]() -> std::vector<float> {
+            const size_t held = std::min(buffers->mic.count(), scratch->size());
+            if (held == 0) return {};
+            buffers->mic.read(scratch->data(), int(held));
+            return down->convert(scratch->data(), held);
+        });
     });
-}
-
-void CloneRoute::send() {
-    if (!buffers_ || !down_) return;
-    const size_t held = std::min(buffers_->mic.count(), sendScratch_.size());
-    if (held == 0) return;
-    buffers_->mic.read(sendScratch_.data(), int(held));
-    const std::vector<float> block = down_->convert(sendScratch_.data(), held);
-    cloner_->stream(block.data(), block.size());
 }
 
 void CloneRoute::stop() {
     ++generation_;
-    streamTimer_.stop();
     if ((streaming_ || starting_) && cloner_) {
+        cloner_->setStreamSource(nullptr);
         cloner_->stopStream();
         cloner_->setStreamReceiver(nullptr);
     }

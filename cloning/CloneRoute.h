@@ -3,8 +3,9 @@
 // of the effect chain, and the main-side part that feeds the worker's stream.
 //
 //   audio thread:  mic -> CloneVoiceStage -> (mic ring)      ... output <- (voice queue)
-//   main thread:   stream timer: mic ring -> 24 kHz -> worker "stream"
-//   reader thread: worker "stream_out" -> 48 kHz -> voice queue
+//   worker thread: every 10 ms: mic ring -> 24 kHz -> worker "stream"
+//                  worker "stream_out" -> 48 kHz -> voice queue
+//   main thread:   starts and stops the stream; never touches the audio
 //
 // The stage only copies between preallocated rings; it never waits on the
 // worker. With bypass the stage plays the microphone as it is and the voice
@@ -16,7 +17,6 @@
 #include "engine/VoiceStage.h"
 
 #include <QObject>
-#include <QTimer>
 
 #include <atomic>
 #include <memory>
@@ -30,7 +30,7 @@ class VoiceCloner;
 struct CloneStreamBuffers {
     explicit CloneStreamBuffers(double sampleRate);
     double sampleRate;
-    SampleQueue mic;    // audio thread -> stream timer; no cushion
+    SampleQueue mic;    // audio thread -> worker thread; no cushion
     SampleQueue voice;  // reader thread -> audio thread
     std::atomic<bool> bypass{false};
     std::atomic<double> blockSeconds{0.3};  // the worker's block: part of the delay
@@ -54,7 +54,6 @@ public:
     static constexpr double kCushionSeconds = 0.08;
     static constexpr double kBypassCushionSeconds = 0.02;
     static constexpr int kStreamRate = 24000;  // the speech model's own rate
-    static constexpr int kSendIntervalMs = 10;
 
     explicit CloneRoute(VoiceCloner* cloner, QObject* parent = nullptr);
     ~CloneRoute() override;
@@ -76,14 +75,10 @@ signals:
     void failed(const QString& message);
 
 private:
-    void send();
     void setStarting(bool on);
 
     VoiceCloner* cloner_;
     std::shared_ptr<CloneStreamBuffers> buffers_;
-    std::unique_ptr<StreamResampler> down_;
-    std::vector<float> sendScratch_;
-    QTimer streamTimer_;
     bool starting_ = false;
     bool streaming_ = false;
     bool bypass_ = false;

@@ -108,6 +108,7 @@ void VoiceCloner::startWorkerIfNeeded(Done done) {
     connect(channel, &WorkerChannel::writeFailed, this, &VoiceCloner::writeFailed);
     connect(channel, &WorkerChannel::exited, this, [this, channel] { workerExited(channel); });
     channel->setStreamReceiver(streamReceiver_);
+    channel->setStreamSource(streamSource_);
     workerReady_.append(std::move(done));
     channel->start(launch);
 }
@@ -277,6 +278,11 @@ void VoiceCloner::stream(const float* samples, size_t count) {
 
 void VoiceCloner::stopStream() {
     if (worker_) worker_->write(R"({"op":"stream_stop"})");
+}
+
+void VoiceCloner::setStreamSource(WorkerChannel::StreamSource source) {
+    streamSource_ = std::move(source);
+    if (worker_) worker_->setStreamSource(streamSource_);
 }
 
 void VoiceCloner::setStreamReceiver(WorkerChannel::StreamReceiver receiver) {

@@ -110,6 +110,8 @@ public:
     void stream(const float* samples, size_t count);
     void stopStream();
     void setStreamReceiver(WorkerChannel::StreamReceiver receiver);
+    // The live input, polled on the worker's reader thread while set.
+    void setStreamSource(WorkerChannel::StreamSource source);
 
     static QString notSetUpForStreaming() {
         return QStringLiteral("Voice cloning isn't set up yet. Open the cloned voice's page and press Set Up Voice Cloning.");
@@ -154,6 +156,7 @@ private:
     std::map<qint64, Completion> pending_;
     QList<Done> workerReady_;
     WorkerChannel::StreamReceiver streamReceiver_;
+    WorkerChannel::StreamSource streamSource_;
 
     QProcess* setup_ = nullptr;
     QString setupLastLine_;

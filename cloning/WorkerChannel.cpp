@@ -81,6 +81,26 @@ void WorkerChannel::kill() {
     });
 }
 
+void WorkerChannel::setStreamSource(StreamSource source) {
+    QMetaObject::invokeMethod(context_, [this, source = std::move(source)] {
+        source_ = source;
+        if (!streamTimer_) {
+            streamTimer_ = new QTimer(context_);
+            streamTimer_->setInterval(kStreamPollMs);
+            connect(streamTimer_, &QTimer::timeout, context_, [this] { sendStream(); });
+        }
+        if (source_) streamTimer_->start();
+        else streamTimer_->stop();
+    });
+}
+
+void WorkerChannel::sendStream() {
+    if (!source_ || !process_ || process_->state() != QProcess::Running) return;
+    const std::vector<float> samples = source_();
+    if (samples.empty()) return;
+    process_->write("{\"op\":\"stream\",\"pcm\":\"" + encodeSamples(samples.data(), samples.size()) + "\"}\n");
+}
+
 void WorkerChannel::setStreamReceiver(StreamReceiver receiver) {
     std::lock_guard guard(receiverLock_);
     receiver_ = std::move(receiver);
