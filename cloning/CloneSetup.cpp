@@ -66,6 +66,9 @@ QString setupScript(const SetupPlan& plan) {
     const QStringList lines{
         "set -e",
         "mkdir -p " + shellQuoted(plan.supportDirectory),
+        // A clone cut short leaves a checkout without a commit: start it again.
+        "if [ -d " + lab + " ] && ! git -C " + lab + " rev-parse --verify --quiet HEAD >/dev/null 2>&1; then rm -rf " +
+            lab + "; fi",
         "if [ ! -d " + shellQuoted(plan.labDirectory + "/.git") + " ]; then git clone --quiet " +
             shellQuoted(plan.repository) + " " + lab + "; fi",
         "cd " + lab,

@@ -48,6 +48,9 @@ TEST(CloneSetupTest, InstallsFromALocalRepositoryFailsVisiblyAndDoesNotCloneTwic
     options.environment.insert("PARLOVA_LAB_REVISION", revision);
     addTestWorkerEnvironment(options.environment);
 
+    // A checkout left by an interrupted first setup.
+    ASSERT_EQ(testaudio::runQuiet("git init -q " + testaudio::shellQuote((options.supportDirectory + "/voice-lab").toStdString())), 0);
+
     {  // A sync that fails ends where it began, with the last line printed.
         options.environment.insert("PARLOVA_LAB_EXTRA", "nosuchextra");
         VoiceCloner cloner(options);
