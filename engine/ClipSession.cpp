@@ -92,13 +92,13 @@ bool ClipSession::exportClipAndWait(const QString& destination, const Voice& voi
     return ok;
 }
 
-bool ClipSession::exportClip(const QString& destination, const Voice& voice) {
+bool ClipSession::exportClip(const QString& destination, const Voice& voice, const QString& sourcePath) {
     if (clipURL_.isEmpty() || isExporting_) return false;
     if (exportThread_.joinable()) exportThread_.join();
     setExporting(true);
     exportProgress_ = 0;
     emit exportProgressChanged();
-    const std::string source = clipURL_.toStdString();
+    const std::string source = (sourcePath.isEmpty() ? clipURL_ : sourcePath).toStdString();
     QPointer<ClipSession> self(this);
     exportThread_ = std::thread([self, source, destination, voice] {
         QString failure;
@@ -168,7 +168,7 @@ void ClipSession::setPlaying(bool on) {
     emit playingChanged();
 }
 
-void ClipSession::play(const Voice& voice, const QString& outputUID) {
+void ClipSession::play(const Voice& voice, const QString& outputUID, const QString& source) {
     if (clipURL_.isEmpty() || isPlaying_) return;
     if (!backend_) {
         emit failed("Couldn't start playback: " + QString::fromStdString(kNoServerMessage));
@@ -197,7 +197,7 @@ void ClipSession::play(const Voice& voice, const QString& outputUID) {
         QString error;
     };
     AudioBackend* backend = backend_;
-    const std::string path = clipURL_.toStdString();
+    const std::string path = (source.isEmpty() ? clipURL_ : source).toStdString();
     jobs_.request(
         this,
         [backend, path, voice, outputUID, meterTap, faults] {

@@ -43,7 +43,8 @@ public:
 
     bool isExporting() const { return isExporting_; }
     double exportProgress() const { return exportProgress_; }
-    bool exportClip(const QString& destination, const Voice& voice);
+    // `source` replaces the clip (a copy of it re-spoken in a cloned voice).
+    bool exportClip(const QString& destination, const Voice& voice, const QString& source = {});
     bool exportClipAndWait(const QString& destination, const Voice& voice, const RenderProgress& progress);
 
     // Recording: begin() picks the file; the live route opens it once it runs.
@@ -55,7 +56,7 @@ public:
     std::shared_ptr<RecordingSink> sink() const { return sink_; }
 
     bool isPlaying() const { return isPlaying_; }
-    void play(const Voice& voice, const QString& outputUID);
+    void play(const Voice& voice, const QString& outputUID, const QString& source = {});
     void stopPlayback();
 
 signals:

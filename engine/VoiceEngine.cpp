@@ -1,4 +1,5 @@
 #include "engine/VoiceEngine.h"
+#include "cloning/CloneRoute.h"
 
 #include "common/VoiceEngineError.h"
 
@@ -18,6 +19,7 @@ VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, QObject* pa
     clockStart_ = std::chrono::steady_clock::now();
     inputUID_ = settings_->value(kInputDeviceKey).toString();
     outputUID_ = settings_->value(kOutputDeviceKey).toString();
+    loadCloneSettings();
 
     connect(&live_, &LiveSession::started, this, &VoiceEngine::liveRouteStarted);
     connect(&live_, &LiveSession::startFailed, this, &VoiceEngine::liveStartFailed);
@@ -70,6 +72,7 @@ void VoiceEngine::setBypass(bool on) {
     bypass_ = on;
     emit bypassChanged();
     applyVoiceToChains();
+    cloneBypassChanged();
 }
 
 Voice VoiceEngine::effectiveVoice() const { return bypass_ ? Voice::natural() : voice_; }
@@ -135,7 +138,7 @@ LiveSession::Request VoiceEngine::liveRequest() {
     request.route.inputUID = inputUID_;
     request.route.outputUID = outputUID_;
     request.route.savedMicUID = call_.savedMic();
-    request.stage = EffectVoiceStage::factory(effectiveVoice());
+    request.stage = clone_.isEmpty() ? EffectVoiceStage::factory(effectiveVoice()) : cloneStageFactory();
     request.recordTap = [sink = clip_.sink()](const float* mono, int frames) { sink->write(&mono, frames); };
     QPointer<VoiceEngine> self(this);
     request.meterTap = [self](const float* mono, int frames) {
@@ -167,6 +170,7 @@ void VoiceEngine::liveRouteStarted() {
     graph->setAudible(isLive_);
     if (graph->route().isCall) call_.useVirtualCableAsSystemMic(live_.startTable());
     if (isRecording_) clip_.openRecordingFile(graph->recordingFormat());
+    startCloneStream();
     emit liveStarted();
 }
 
@@ -198,6 +202,7 @@ void VoiceEngine::liveStopped(const QString& message) {
 void VoiceEngine::tearDownLive() {
     const bool wasUp = live_.isRunning() || live_.isStarting();
     live_.tearDown();
+    stopCloneStream();
     chains_.setLive(nullptr);
     if (wasUp || call_.switchedDefaultInput()) call_.restoreSystemMic();
     if (!clip_.isPlaying()) meter_.reset();

@@ -16,6 +16,8 @@
 #include "engine/LevelMonitor.h"
 #include "engine/LiveSession.h"
 #include "engine/Modulator.h"
+#include "cloning/CloneLatency.h"
+#include "cloning/ClonedVoice.h"
 #include "voices/Voice.h"
 
 #include <QObject>
@@ -27,6 +29,9 @@
 #include <memory>
 
 namespace parlova {
+
+class CloneRoute;
+class VoiceCloner;
 
 class VoiceEngine : public QObject {
     Q_OBJECT
@@ -46,6 +51,8 @@ class VoiceEngine : public QObject {
     Q_PROPERTY(bool hearMyself READ hearMyself WRITE setHearMyself NOTIFY hearMyselfChanged)
     Q_PROPERTY(QString inputUID READ inputUID WRITE setInputUID NOTIFY devicesChosen)
     Q_PROPERTY(QString outputUID READ outputUID WRITE setOutputUID NOTIFY devicesChosen)
+    Q_PROPERTY(bool isConverting READ isConverting NOTIFY isConvertingChanged)
+    Q_PROPERTY(bool isStreamStarting READ isStreamStarting NOTIFY isStreamStartingChanged)
 
 public:
     static constexpr const char* kInputDeviceKey = "inputDeviceUID";
@@ -83,8 +90,12 @@ public:
     // Renders the clip through the effective voice into `destination` on a
     // background thread; emits exportFinished. Ignored without a clip or while
     // an export runs.
-    bool exportClip(const QString& destination) { return clip_.exportClip(destination, effectiveVoice()); }
-    // The same render on the calling thread, for headless use.
+    // With a cloned voice the clip is first re-spoken by the cloner.
+    bool exportClip(const QString& destination) {
+        return clone_.isEmpty() || bypass_ ? clip_.exportClip(destination, effectiveVoice())
+                                           : exportClipInClone(destination);
+    }
+    // The same render on the calling thread, for headless use (effect voices only).
     bool exportClipAndWait(const QString& destination, const RenderProgress& progress = {}) {
         return clip_.exportClipAndWait(destination, effectiveVoice(), progress);
     }
@@ -129,10 +140,29 @@ public:
     bool isRecording() const { return isRecording_; }
     void toggleRecording();
     bool isPlaying() const { return clip_.isPlaying(); }
-    void startPlayback() { clip_.play(effectiveVoice(), outputUID_); }
+    void startPlayback() { clone_.isEmpty() || bypass_ ? clip_.play(effectiveVoice(), outputUID_) : playClipInClone(); }
     void stopPlayback() { clip_.stopPlayback(); }
 
+    // Cloned voices (the cloner is the shell's; none: cloning isn't available).
+    static constexpr const char* kCloneLatencyKey = "cloneLatency";
+    static QString cloningUnavailable() { return QStringLiteral("Voice cloning isn't available."); }
+    void setCloner(VoiceCloner* cloner);
+    VoiceCloner* cloner() const { return cloner_; }
+    // The cloned voice live mode, playback and export speak in; empty: the
+    // selected effect voice. A running live route is rebuilt.
+    const CloneTarget& clone() const { return clone_; }
+    void setClone(const CloneTarget& target);
+    CloneLatency cloneLatency() const { return cloneLatency_; }
+    void setCloneLatency(CloneLatency latency);
+    bool isConverting() const { return isConverting_; }
+    bool isStreamStarting() const;
+    const CloneRoute* cloneRoute() const { return cloneRoute_.get(); }
+
 signals:
+    void cloneChanged();
+    void cloneLatencyChanged();
+    void isConvertingChanged();
+    void isStreamStartingChanged();
     void bypassChanged();
     void clipChanged();
     void errorMessageChanged();
@@ -168,6 +198,15 @@ private:
     void publishDetectedPitch();
     void ensureModulator();
     LiveSession::Request liveRequest();
+    void playClipInClone();
+    bool exportClipInClone(const QString& destination);
+    void convertClip(std::function<void(const QString& converted)> then, const QString& failurePrefix);
+    void setConverting(bool on);
+    void loadCloneSettings();
+    VoiceStageFactory cloneStageFactory();
+    void startCloneStream();
+    void stopCloneStream();
+    void cloneBypassChanged();
 
     QSettings* settings_;
     std::unique_ptr<QSettings> ownedSettings_;
@@ -193,6 +232,13 @@ private:
     CallMode call_;
     LiveSession live_;
     ClipSession clip_;
+
+    VoiceCloner* cloner_ = nullptr;
+    CloneTarget clone_;
+    CloneLatency cloneLatency_ = CloneLatency::balanced;
+    bool isConverting_ = false;
+    QString convertedTemp_;  // a clip re-spoken in the cloned voice; deleted when playback stops
+    std::unique_ptr<CloneRoute> cloneRoute_;
 };
 
 }  // namespace parlova

@@ -1,0 +1,411 @@
+// parlova-cli clone ...: cloned voices from the command line, through the same
+// library and cloner the window uses. Progress goes to stderr; failures print
+// the program's own sentence and exit non-zero.
+#include "cli/Command.h"
+#include "cli/SignalWatch.h"
+#include "cloning/CloneLibrary.h"
+#include "cloning/CloneRoute.h"
+#include "cloning/Generation.h"
+#include "cloning/ReadingScripts.h"
+#include "cloning/SampleRecording.h"
+#include "cloning/Transcriber.h"
+#include "cloning/VoiceCloner.h"
+#include "engine/AudioFile.h"
+#include "engine/VoiceEngine.h"
+
+#include <QEventLoop>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+
+namespace parlova::cli {
+namespace {
+
+const char* kUsage =
+    "Usage: parlova-cli clone SUBCOMMAND ...\n\n"
+    "Cloned voices: samples of a real speaker (yours, or one who gave permission), spoken\n"
+    "back by a local speech model. Nothing leaves this machine.\n\n"
+    "  list                               the cloned voices\n"
+    "  create NAME                        a new voice without samples\n"
+    "  rename NAME NEW                    renames a voice\n"
+    "  delete NAME                        deletes a voice and its samples\n"
+    "  add-sample NAME FILE [--transcript TEXT]\n"
+    "                                     copies an audio file in as a sample\n"
+    "  samples NAME                       a voice's samples, first first\n"
+    "  script NAME [--count N]            sentences to read for the next sample\n"
+    "  record-sample NAME [--seconds N] [--count N] [--transcript TEXT]\n"
+    "                                     shows a script, records you reading it (N s, at\n"
+    "                                     most 25; default 15) and adds it as a sample\n"
+    "  setup                              sets up voice cloning on this machine (once)\n"
+    "  say NAME TEXT --permission [--model fast|best] [--seed N] [--out FILE]\n"
+    "                                     speaks TEXT in the voice; --permission confirms\n"
+    "                                     it is your own voice or you have the speaker's\n"
+    "                                     permission to clone it\n"
+    "  convert NAME IN OUT                re-speaks the clip IN in the voice\n"
+    "  transcribe FILE                    the words spoken in FILE\n"
+    "  live NAME [--latency fastest|balanced|clearest] [--call] [--seconds N]\n"
+    "                                     talks live in the voice\n";
+
+struct Args {
+    std::vector<std::string> words;
+    std::map<std::string, std::string> options;
+    bool ok = true;
+};
+
+Args parse(const std::vector<std::string>& args) {
+    static const std::vector<std::string> flags{"--permission", "--call"};
+    Args parsed;
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (a.rfind("--", 0) != 0) {
+            parsed.words.push_back(a);
+        } else if (std::find(flags.begin(), flags.end(), a) != flags.end()) {
+            parsed.options[a] = "1";
+        } else if (i + 1 < args.size()) {
+            parsed.options[a] = args[++i];
+        } else {
+            std::fprintf(stderr, "The option \"%s\" needs a value.\n", a.c_str());
+            parsed.ok = false;
+        }
+    }
+    return parsed;
+}
+
+QString q(const std::string& s) { return QString::fromStdString(s); }
+void say(const QString& line) { std::fprintf(stderr, "%s\n", line.toUtf8().constData()); }
+int fail(const QString& sentence) {
+    say(sentence);
+    return 1;
+}
+
+std::optional<double> number(const Args& a, const char* option, double fallback) {
+    const auto it = a.options.find(option);
+    if (it == a.options.end()) return fallback;
+    char* end = nullptr;
+    const double value = std::strtod(it->second.c_str(), &end);
+    if (*end != '\0' || !(value > 0)) {
+        std::fprintf(stderr, "%s needs a positive number.\n", option);
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<ClonedVoice> voiceNamed(const CloneLibrary& library, const std::string& name) {
+    auto voice = library.find(q(name));
+    if (!voice) say("There is no cloned voice called \"" + q(name) + "\". See \"parlova-cli clone list\".");
+    return voice;
+}
+
+// Runs the event loop until `start` calls the completion it is given.
+template <typename Start>
+void waitFor(Start start) {
+    QEventLoop loop;
+    bool finished = false;
+    start([&] {
+        finished = true;
+        loop.quit();
+    });
+    if (!finished) loop.exec();
+}
+
+// Status lines of the cloner as they change.
+void showProgress(VoiceCloner& cloner) {
+    QObject::connect(&cloner, &VoiceCloner::statusChanged, [&cloner] { say(cloner.status()); });
+}
+
+// Copies a WAV the worker wrote to `destination`, in the format its extension names.
+bool saveAudio(const QString& wav, const QString& destination) {
+    try {
+        if (destination.endsWith(".wav", Qt::CaseInsensitive)) {
+            QFile::remove(destination);
+            if (!QFile::copy(wav, destination)) throw VoiceEngineError("Couldn't write " + destination.toStdString() + ".");
+            return true;
+        }
+        auto in = AudioFileReader::open(wav.toStdString());
+        auto out = AudioFileWriter::create(destination.toStdString(), in->format());
+        std::vector<const float*> channels;
+        for (int c = 0; c < in->format().channels; ++c) channels.push_back(in->channelData(c));
+        out->write(channels.data(), int(in->frameLength()));
+        out->finish();
+        return true;
+    } catch (const VoiceEngineError& error) {
+        say(QString::fromStdString(error.errorDescription()));
+        return false;
+    }
+}
+
+// Adds the file as a sample. Without a transcript given, the words are
+// recognised on this machine (snapped to `script` when it was read from one).
+int addSample(CloneLibrary& library, const ClonedVoice& voice, const QString& file, const Args& a,
+              const QStringList& script = {}) {
+    QString transcript = a.options.count("--transcript") ? q(a.options.at("--transcript")) : QString();
+    try {
+        const VoiceSample sample = library.addSample(voice.id, file, transcript);
+        say(QString::asprintf("Added a sample of %.1f s.", sample.duration));
+        if (SampleRecording::isShort(sample.duration)) say(SampleRecording::shortSampleMark());
+        if (!transcript.isEmpty()) return 0;
+        VoiceCloner cloner;
+        const Transcriber transcriber(&cloner);
+        if (!transcriber.isAvailable()) {
+            say("No transcript yet: set up voice cloning to have samples transcribed, or give --transcript.");
+            return 0;
+        }
+        say("Transcribing\xE2\x80\xA6");
+        std::optional<QString> heard;
+        waitFor([&](auto done) {
+            transcriber.transcribe(library.samplePath(voice.id, sample), script, [&, done](const auto& text) {
+                heard = text;
+                done();
+            });
+        });
+        if (!heard) {
+            say("No words could be made out; the sample was kept without a transcript.");
+            return 0;
+        }
+        library.setTranscript(*heard, sample.id, voice.id);
+        say("Transcript: " + *heard);
+        return 0;
+    } catch (const VoiceEngineError& error) {
+        return fail(SampleRecording::addFailed(QString::fromStdString(error.errorDescription())));
+    }
+}
+
+int list(CloneLibrary& library) {
+    VoiceCloner cloner;
+    for (const auto& v : library.voices()) {
+        std::printf("%s%s\t%.0f s of samples \xC2\xB7 %d of %d practice sentences read \xC2\xB7 %s listens to %.0f s\n",
+                    library.selectedID() == v.id ? "* " : "  ", v.name.toUtf8().constData(), v.totalSeconds(),
+                    ReadingScripts::readCount(v), int(ReadingScripts::sentences().size()),
+                    displayName(CloneModel::fast).toUtf8().constData(), usedSeconds(CloneModel::fast, v));
+    }
+    std::printf("Voice cloning is %s.\n", cloner.isInstalled() ? "set up" : "not set up (parlova-cli clone setup)");
+    return 0;
+}
+
+int samples(const ClonedVoice& voice) {
+    const QSet<QUuid> fast = usedSamples(CloneModel::fast, voice), best = usedSamples(CloneModel::best, voice);
+    for (const auto& s : voice.samples) {
+        std::printf("%5.1f s  %s%s  %s\n", s.duration, fast.contains(s.id) ? "fast " : "     ",
+                    best.contains(s.id) ? "best" : "    ", s.transcript.isEmpty() ? "(no transcript)" : s.transcript.toUtf8().constData());
+        if (SampleRecording::isShort(s.duration)) std::printf("         %s\n", SampleRecording::shortSampleMark().toUtf8().constData());
+    }
+    if (voice.samples.isEmpty()) std::printf("No samples yet.\n");
+    return 0;
+}
+
+int setup() {
+    VoiceCloner cloner;
+    showProgress(cloner);
+    cloner.install();
+    if (cloner.state() != VoiceCloner::State::installing) return 1;  // the status said why
+    waitFor([&](auto done) {
+        QObject::connect(&cloner, &VoiceCloner::stateChanged, [&cloner, done] {
+            if (cloner.state() != VoiceCloner::State::installing) done();
+        });
+    });
+    return cloner.state() == VoiceCloner::State::ready ? 0 : 1;
+}
+
+int sayText(CloneLibrary& library, const ClonedVoice& voice, const Args& a) {
+    CloneModel model = Generation::model(QSettings());
+    if (a.options.count("--model")) {
+        const auto chosen = cloneModelFromRaw(q(a.options.at("--model")));
+        if (!chosen) return fail("--model is fast or best.");
+        model = *chosen;
+    }
+    const auto seed = number(a, "--seed", Generation::kGenerateSeed);
+    if (!seed) return 2;
+    const QString text = q(a.words.size() > 2 ? a.words[2] : "");
+    if (const QString blocker = Generation::blocker(model, voice, a.options.count("--permission") > 0, text);
+        !blocker.isEmpty())
+        return fail(blocker);
+    if (!isDownloaded(model)) say("The voice model downloads the first time it speaks; this takes a while.");
+    VoiceCloner cloner;
+    showProgress(cloner);
+    std::optional<Take> take;
+    QString error;
+    waitFor([&](auto done) {
+        cloner.generate(text, library.target(voice.id), model, int(*seed),
+                        [&, done](const std::optional<Take>& t, const QString& e) {
+                            take = t;
+                            error = e;
+                            done();
+                        });
+    });
+    if (!take) return fail(error);
+    if (take->verified == false) say(Generation::mayBeCutOff());
+    const QString out = a.options.count("--out") ? q(a.options.at("--out")) : take->file;
+    if (out != take->file && !saveAudio(take->file, out)) return 1;
+    std::printf("%s\n", out.toUtf8().constData());
+    return 0;
+}
+
+int convert(CloneLibrary& library, const ClonedVoice& voice, const QString& in, const QString& out) {
+    VoiceCloner cloner;
+    showProgress(cloner);
+    QString converted, error;
+    waitFor([&](auto done) {
+        cloner.convert(in, library.target(voice.id), false, [&, done](const QString& o, const QString& e) {
+            converted = o;
+            error = e;
+            done();
+        });
+    });
+    if (!error.isEmpty()) return fail("Couldn't convert the clip to " + voice.name + "'s voice: " + error);
+    const bool saved = saveAudio(converted, out);
+    QFile::remove(converted);
+    return saved ? 0 : 1;
+}
+
+int transcribe(const QString& file) {
+    VoiceCloner cloner;
+    std::optional<QString> text;
+    QString error;
+    waitFor([&](auto done) {
+        cloner.transcribe(file, [&, done](const std::optional<QString>& t, const QString& e) {
+            text = t;
+            error = e;
+            done();
+        });
+    });
+    if (!error.isEmpty()) return fail(error);
+    if (!text) return fail("No words could be made out in " + QFileInfo(file).fileName() + ".");
+    std::printf("%s\n", text->toUtf8().constData());
+    return 0;
+}
+
+int recordSample(CloneLibrary& library, const ClonedVoice& voice, const Args& a) {
+    const auto seconds = number(a, "--seconds", 15);
+    const auto count = number(a, "--count", SampleRecording::kScriptSentences);
+    if (!seconds || !count) return 2;
+    const QStringList script = ReadingScripts::nextSentences(voice, int(*count));
+    say("Read this aloud in your normal voice. Each script uses sentences this voice hasn't read yet:\n\n  " +
+        script.join(' ') + "\n");
+    say(SampleRecording::hint());
+    VoiceEngine engine;
+    QObject::connect(&engine, &VoiceEngine::errorMessageChanged, [&engine] { say(engine.errorMessage()); });
+    quitOnSignals(&engine);
+    const double limit = std::min(*seconds, SampleRecording::kAutoStopSeconds);
+    QObject::connect(&engine, &VoiceEngine::liveStarted, [&] {
+        say(QString::asprintf("Recording for %.0f s\xE2\x80\xA6", limit));
+        QTimer::singleShot(int(limit * 1000), [&engine] {
+            if (engine.isRecording()) engine.toggleRecording();
+        });
+    });
+    QObject::connect(&engine, &VoiceEngine::recordingChanged, [&] {
+        if (!engine.isRecording()) QCoreApplication::quit();
+    });
+    engine.toggleRecording();
+    if (!engine.isRecording()) return 1;
+    QCoreApplication::exec();
+    if (engine.isRecording()) engine.toggleRecording();
+    if (engine.clipURL().isEmpty()) return 1;
+    if (const auto rejected = SampleRecording::rejection(engine.clipDuration())) return fail(*rejected);
+    return addSample(library, voice, engine.clipURL(), a, script);
+}
+
+int live(CloneLibrary& library, const ClonedVoice& voice, const Args& a) {
+    CloneLatency latency = CloneLatency::balanced;
+    if (a.options.count("--latency")) {
+        const auto chosen = cloneLatencyFromRaw(q(a.options.at("--latency")));
+        if (!chosen) return fail("--latency is fastest, balanced or clearest.");
+        latency = *chosen;
+    }
+    const auto seconds = number(a, "--seconds", 0.0001);
+    if (!seconds) return 2;
+    VoiceCloner cloner;
+    if (!cloner.isInstalled()) return fail(VoiceCloner::notSetUpForStreaming());
+    showProgress(cloner);
+    VoiceEngine engine;
+    QObject::connect(&engine, &VoiceEngine::errorMessageChanged, [&engine] {
+        if (!engine.errorMessage().isEmpty()) say(engine.errorMessage());
+    });
+    engine.setCloner(&cloner);
+    engine.setCloneLatency(latency);
+    engine.setClone(library.target(voice.id));
+    engine.setCallMode(a.options.count("--call") > 0);
+    quitOnSignals(&engine);
+    bool streaming = false, failed = false;
+    QObject::connect(&engine, &VoiceEngine::liveStateChanged, [&] {
+        if (!engine.isLive()) {
+            failed = true;
+            QCoreApplication::exit(1);
+        }
+    });
+    QObject::connect(&engine, &VoiceEngine::isStreamStartingChanged, [&] {
+        if (engine.isStreamStarting() || streaming || !engine.cloneRoute()->isStreaming()) return;
+        streaming = true;
+        say("Talking live as " + voice.name + " (" + label(latency) + "). Press Ctrl-C to stop.");
+        if (engine.liveIsCall()) say("Call apps using the system microphone now hear this voice.");
+        if (a.options.count("--seconds")) QTimer::singleShot(int(*seconds * 1000), [] { QCoreApplication::quit(); });
+    });
+    engine.toggleLive();
+    const int code = QCoreApplication::exec();
+    if (engine.isLive()) engine.toggleLive();
+    if (!streaming || failed) return code == 0 ? 1 : code;
+    say("Live stopped.");
+    return 0;
+}
+
+int run(const std::vector<std::string>& args) {
+    const Args a = parse(args);
+    if (!a.ok) return 2;
+    if (a.words.empty()) {
+        std::fputs(kUsage, stderr);
+        return 2;
+    }
+    const std::string& sub = a.words[0];
+    const size_t n = a.words.size();
+    auto needs = [&](size_t words) {
+        if (n == words) return true;
+        std::fputs(kUsage, stderr);
+        return false;
+    };
+    if (sub == "setup") return needs(1) ? setup() : 2;
+    if (sub == "transcribe") return needs(2) ? transcribe(q(a.words[1])) : 2;
+
+    CloneLibrary library;
+    if (!library.keptAsidePath().isEmpty())
+        say("The cloned voices couldn't be read; the file was kept as " + library.keptAsidePath() + ".");
+    if (sub == "list") return needs(1) ? list(library) : 2;
+    if (sub == "create") {
+        if (!needs(2)) return 2;
+        if (library.find(q(a.words[1]))) return fail("There is already a cloned voice called \"" + q(a.words[1]) + "\".");
+        library.createVoice(q(a.words[1]));
+        return library.saveError().isEmpty() ? 0 : fail(library.saveError());
+    }
+    if (n < 2) {
+        std::fputs(kUsage, stderr);
+        return 2;
+    }
+    const auto voice = voiceNamed(library, a.words[1]);
+    if (!voice) return 1;
+    int code = 2;
+    if (sub == "rename" && needs(3)) code = (library.rename(voice->id, q(a.words[2])), 0);
+    else if (sub == "delete" && needs(2)) code = (library.deleteVoice(voice->id), 0);
+    else if (sub == "samples" && needs(2)) code = samples(*voice);
+    else if (sub == "script" && needs(2)) {
+        const auto count = number(a, "--count", SampleRecording::kScriptSentences);
+        if (!count) return 2;
+        std::printf("%s\n", ReadingScripts::next(*voice, int(*count)).toUtf8().constData());
+        code = 0;
+    } else if (sub == "add-sample" && needs(3)) code = addSample(library, *voice, q(a.words[2]), a);
+    else if (sub == "record-sample" && needs(2)) code = recordSample(library, *voice, a);
+    else if (sub == "say" && needs(3)) code = sayText(library, *voice, a);
+    else if (sub == "convert" && needs(4)) code = convert(library, *voice, q(a.words[2]), q(a.words[3]));
+    else if (sub == "live" && needs(2)) code = live(library, *voice, a);
+    else if (n > 0 && code == 2 && sub != "rename" && sub != "delete" && sub != "samples" && sub != "script" &&
+             sub != "add-sample" && sub != "record-sample" && sub != "say" && sub != "convert" && sub != "live") {
+        std::fprintf(stderr, "Unknown clone subcommand \"%s\".\n\n%s", sub.c_str(), kUsage);
+    }
+    if (code == 0 && !library.saveError().isEmpty()) return fail(library.saveError());
+    return code;
+}
+
+const CommandRegistration registration{{"clone", "cloned voices: samples, setup, speech and live", kUsage, run}};
+
+}  // namespace
+}  // namespace parlova::cli

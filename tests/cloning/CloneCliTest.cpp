@@ -1,0 +1,79 @@
+// parlova-cli clone as a user runs it, with private settings and data folders
+// and voice cloning not set up.
+#include "support/TestAudio.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace parlova;
+
+namespace {
+
+class CloneCli : public ::testing::Test {
+protected:
+    QTemporaryDir home;
+    struct Result {
+        int exitCode;
+        QString out, err;
+    };
+    Result clone(const QStringList& args) {
+        QProcess process;
+        auto env = QProcessEnvironment::systemEnvironment();
+        env.insert("HOME", home.path());
+        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
+        env.insert("XDG_DATA_HOME", home.filePath("data"));
+        process.setProcessEnvironment(env);
+        process.start(PARLOVA_CLI_PATH, QStringList{"clone"} + args);
+        EXPECT_TRUE(process.waitForFinished(60000));
+        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
+    }
+    QString libraryFolder() { return home.filePath("data/Parlova/ClonedVoices"); }
+};
+
+}  // namespace
+
+TEST_F(CloneCli, VoicesSamplesAndTheSentencesOfFailures) {
+    const QString sample = home.filePath("sample.wav");
+    testaudio::writeWav(sample.toStdString(), testaudio::noise(3.0, 16000, 1, 0.1f), 16);
+    struct Step {
+        QStringList args;
+        int exitCode;
+        const char* says;  // in stdout or stderr
+    } steps[] = {
+        {{"list"}, 0, "* My Voice"},
+        {{"create", "Granny"}, 0, ""},
+        {{"create", "granny"}, 1, "There is already a cloned voice called \"granny\"."},
+        {{"add-sample", "Granny", sample, "--transcript", "Hello there."}, 0, "Added a sample of 3.0 s."},
+        {{"add-sample", "Granny", home.filePath("missing.wav")}, 1, "Couldn't add that sample: "},
+        {{"samples", "Granny"}, 0, "Hello there."},
+        {{"say", "Granny", "Hi"}, 1, "Record at least 5 seconds of samples first."},
+        {{"say", "Nobody", "Hi"}, 1, "There is no cloned voice called \"Nobody\"."},
+        {{"live", "Granny"}, 1, "Voice cloning isn't set up yet."},
+        {{"convert", "Granny", sample, home.filePath("out.wav")}, 1, "Set up voice cloning on a cloned voice's page first."},
+        {{"rename", "Granny", "Grandma"}, 0, ""},
+        {{"list"}, 0, "Grandma\t3 s of samples"},
+        {{"frobnicate", "Grandma"}, 2, "Unknown clone subcommand \"frobnicate\"."},
+    };
+    for (const auto& step : steps) {
+        const auto r = clone(step.args);
+        EXPECT_EQ(r.exitCode, step.exitCode) << step.args.join(' ').toStdString() << "\n" << r.err.toStdString();
+        EXPECT_TRUE((r.out + r.err).contains(step.says)) << step.args.join(' ').toStdString() << "\n"
+                                                          << (r.out + r.err).toStdString();
+    }
+
+    // A damaged library is kept aside, and the tool goes on with an empty one.
+    QFile library(QDir(libraryFolder()).filePath("library.json"));
+    ASSERT_TRUE(library.open(QIODevice::WriteOnly));
+    library.write("{damaged");
+    library.close();
+    const auto r = clone({"list"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_TRUE(r.err.contains("library-unreadable-")) << r.err.toStdString();
+    EXPECT_FALSE(r.out.contains("Grandma"));
+    EXPECT_EQ(QDir(libraryFolder()).entryList({"library-unreadable-*.json"}).size(), 1);
+}

@@ -1,0 +1,59 @@
+// Live speech in a cloned voice on the private sound server, converted by the
+// real worker's test voice, heard by another client recording the output.
+#include "cloning/CloneRoute.h"
+#include "cloning/CloneWorkerSupport.h"
+#include "engine/VoiceEngine.h"
+#include "support/PulseServer.h"
+#include "support/TestAudio.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace parlova;
+using namespace parlova::testpulse;
+
+TEST(CloneLivePulse, AnotherClientHearsTheConvertedVoice) {
+    PARLOVA_REQUIRE_PULSE();
+    if (const QString missing = clonetest::workerMissing(); !missing.isEmpty()) GTEST_SKIP() << missing.toStdString();
+    PrivateServer::get()->pactl("set-default-source fake_mic");
+    PrivateServer::get()->pactl("set-default-sink speakers");
+    QTemporaryDir dir;
+    QSettings settings(dir.filePath("settings.ini"), QSettings::IniFormat);
+    CloneLibrary library(dir.filePath("support/ClonedVoices"), &settings);
+    const QUuid voice = clonetest::spokenVoice(library, "Reader", 6, dir.path());
+    ASSERT_FALSE(voice.isNull());
+    VoiceCloner cloner(clonetest::testWorkerOptions(dir.filePath("support")));
+
+    const auto speech = testaudio::speech(
+        "When the sunlight strikes raindrops in the air, they act as a prism and form a rainbow.", 48000);
+    const std::string speechFile = dir.filePath("speech.wav").toStdString();
+    testaudio::writeWav(speechFile, speech);
+    MicFeed feed(speechFile, true);
+
+    VoiceEngine engine(&settings);
+    engine.setCloner(&cloner);
+    engine.setCloneLatency(CloneLatency::fastest);
+    engine.setClone(library.target(voice));
+    bool sawStarting = false;
+    QObject::connect(&engine, &VoiceEngine::isStreamStartingChanged, [&] { sawStarting |= engine.isStreamStarting(); });
+    engine.toggleLive();
+    ASSERT_TRUE(waitUntil([&] { return engine.cloneRoute() && engine.cloneRoute()->isStreaming(); }, 30000))
+        << engine.errorMessage().toStdString();
+    EXPECT_TRUE(sawStarting);
+    EXPECT_FALSE(engine.isStreamStarting());
+    EXPECT_EQ(settings.value(VoiceEngine::kCloneLatencyKey).toString(), "fastest");
+
+    SourceRecorder listener("speakers.monitor", dir.filePath("heard.wav").toStdString());
+    pump(4000);
+    const std::vector<float> heard = listener.stop();
+    ASSERT_GT(heard.size(), 48000u * 2);
+    // Converted speech, not silence: the loudest second is well above the floor.
+    const size_t loud = testaudio::loudestStart(heard, 48000);
+    EXPECT_GT(testaudio::rms(heard, loud, 48000), 0.01) << "the output stayed silent";
+    EXPECT_EQ(engine.liveGraph()->chain(), nullptr);  // no effect chain on this route
+
+    engine.toggleLive();
+    EXPECT_FALSE(engine.cloneRoute()->isStreaming());
+    EXPECT_EQ(engine.errorMessage(), "");
+}
