@@ -176,10 +176,8 @@ int addSample(CloneLibrary& library, const ClonedVoice& voice, const QString& fi
 int list(CloneLibrary& library) {
     VoiceCloner cloner;
     for (const auto& v : library.voices()) {
-        std::printf("%s%s\t%.0f s of samples \xC2\xB7 %d of %d practice sentences read \xC2\xB7 %s listens to %.0f s\n",
-                    library.selectedID() == v.id ? "* " : "  ", v.name.toUtf8().constData(), v.totalSeconds(),
-                    ReadingScripts::readCount(v), int(ReadingScripts::sentences().size()),
-                    displayName(CloneModel::fast).toUtf8().constData(), usedSeconds(CloneModel::fast, v));
+        std::printf("%s%s\t%s\n", library.selectedID() == v.id ? "* " : "  ", v.name.toUtf8().constData(),
+                    Generation::voiceSummary(v, Generation::model(QSettings())).toUtf8().constData());
     }
     std::printf("Voice cloning is %s.\n", cloner.isInstalled() ? "set up" : "not set up (parlova-cli clone setup)");
     return 0;

@@ -1,5 +1,7 @@
 #include "cloning/Generation.h"
 
+#include "cloning/ReadingScripts.h"
+
 #include <QRandomGenerator>
 
 namespace parlova {
@@ -16,6 +18,12 @@ QString Generation::blocker(CloneModel model, const ClonedVoice& voice, bool per
     if (!permissionConfirmed) return QStringLiteral("Confirm you have permission to clone this voice.");
     if (text.trimmed().isEmpty()) return QStringLiteral("Type something to say.");
     return {};
+}
+
+QString Generation::voiceSummary(const ClonedVoice& voice, CloneModel model) {
+    return QString::asprintf("%.0f s of samples \u00b7 %d of %d practice sentences read \u00b7 ", voice.totalSeconds(),
+                             ReadingScripts::readCount(voice), int(ReadingScripts::sentences().size())) +
+           displayName(model) + QString::asprintf(" listens to %.0f s", usedSeconds(model, voice));
 }
 
 int Generation::anotherTakeSeed() { return int(QRandomGenerator::system()->bounded(1, 10000)); }

@@ -1,6 +1,7 @@
 #include "cloning/VoiceCloner.h"
 
 #include "cloning/CloneSetup.h"
+#include "cloning/Generation.h"
 #include "cloning/LabSource.h"
 #include "devices/LegacyMigration.h"
 
@@ -220,6 +221,11 @@ void VoiceCloner::generate(const QString& text, const CloneTarget& voice, CloneM
             finish(take, {});
         });
     });
+}
+
+void VoiceCloner::anotherTake(const Take& take, const CloneTarget& voice,
+                              std::function<void(const std::optional<Take>&, const QString&)> done) {
+    generate(take.text, voice, take.model, Generation::anotherTakeSeed(), std::move(done));
 }
 
 void VoiceCloner::transcribe(const QString& path,

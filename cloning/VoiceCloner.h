@@ -11,7 +11,7 @@
 // For the cloned-voice page:
 //   state / status / takes / errorMessage (+ change signals), progressChanged
 //   install()                           sets up the runtime (state installing -> ready)
-//   generate(text, voice, model, seed)  a new Take at the top of takes()
+//   generate(text, voice, model, seed)  a new Take at the top of takes(); anotherTake(take, voice)
 //   transcribe(path), prepare(voice)    worker requests with a completion
 //   convert(source, voice, live)        a clip re-spoken in the voice (engine)
 //   startStream / stream / stopStream   live speech in the voice (engine)
@@ -98,6 +98,9 @@ public:
     // Generation: a Take inserted first in takes(), status "Done: …".
     void generate(const QString& text, const CloneTarget& voice, CloneModel model, int seed,
                   std::function<void(const std::optional<Take>&, const QString& error)> done = {});
+    // Another Take: the same text, voice and model with a fresh random seed.
+    void anotherTake(const Take& take, const CloneTarget& voice,
+                     std::function<void(const std::optional<Take>&, const QString& error)> done = {});
     void transcribe(const QString& path, std::function<void(const std::optional<QString>& text, const QString& error)> done);
     void prepare(const CloneTarget& voice, Done done = {});
     // Re-speaks a clip in the voice; `done` gets the converted WAV's path.

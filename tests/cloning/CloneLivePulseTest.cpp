@@ -44,16 +44,31 @@ TEST(CloneLivePulse, AnotherClientHearsTheConvertedVoice) {
     EXPECT_FALSE(engine.isStreamStarting());
     EXPECT_EQ(settings.value(VoiceEngine::kCloneLatencyKey).toString(), "fastest");
 
-    SourceRecorder listener("speakers.monitor", dir.filePath("heard.wav").toStdString());
-    pump(4000);
-    const std::vector<float> heard = listener.stop();
-    ASSERT_GT(heard.size(), 48000u * 2);
     // Converted speech, not silence: the loudest second is well above the floor.
-    const size_t loud = testaudio::loudestStart(heard, 48000);
-    EXPECT_GT(testaudio::rms(heard, loud, 48000), 0.01) << "the output stayed silent";
+    auto expectSpeech = [&](const char* source) {
+        SourceRecorder listener(source, dir.filePath("heard.wav").toStdString());
+        pump(4000);
+        const std::vector<float> heard = listener.stop();
+        ASSERT_GT(heard.size(), 48000u * 2) << source;
+        const size_t loud = testaudio::loudestStart(heard, 48000);
+        EXPECT_GT(testaudio::rms(heard, loud, 48000), 0.01) << source << " stayed silent";
+    };
+    expectSpeech("speakers.monitor");
     EXPECT_EQ(engine.liveGraph()->chain(), nullptr);  // no effect chain on this route
 
+    // In a call, an app recording the virtual mic hears the cloned voice.
+    auto* server = PrivateServer::get();
+    const int sink = server->nullSink("parlova_mic", "Parlova Mic");
+    const int source = server->remapSource("parlova_mic", "parlova_mic_source", "Parlova Mic");
+    ASSERT_TRUE(waitUntil([] { return AudioDeviceList::virtualCableID().has_value(); }, 2000));
+    engine.setCallMode(true);
+    ASSERT_TRUE(waitUntil([&] { return engine.liveIsCall() && engine.cloneRoute()->isStreaming(); }, 30000))
+        << engine.errorMessage().toStdString();
+    expectSpeech("parlova_mic_source");
+
     engine.toggleLive();
+    server->unloadModule(source);
+    server->unloadModule(sink);
     EXPECT_FALSE(engine.cloneRoute()->isStreaming());
     EXPECT_EQ(engine.errorMessage(), "");
 }
