@@ -24,55 +24,11 @@
 namespace parlova::cli {
 namespace {
 
-const char* kUsage =
-    "Usage: parlova-cli clone SUBCOMMAND ...\n\n"
-    "Cloned voices: samples of a real speaker (yours, or one who gave permission), spoken\n"
-    "back by a local speech model. Nothing leaves this machine.\n\n"
-    "  list                               the cloned voices\n"
-    "  create NAME                        a new voice without samples\n"
-    "  rename NAME NEW                    renames a voice\n"
-    "  delete NAME                        deletes a voice and its samples\n"
-    "  add-sample NAME FILE [--transcript TEXT]\n"
-    "                                     copies an audio file in as a sample\n"
-    "  samples NAME                       a voice's samples, first first\n"
-    "  script NAME [--count N]            sentences to read for the next sample\n"
-    "  record-sample NAME [--seconds N] [--count N] [--transcript TEXT]\n"
-    "                                     shows a script, records you reading it (N s, at\n"
-    "                                     most 25; default 15) and adds it as a sample\n"
-    "  setup                              sets up voice cloning on this machine (once)\n"
-    "  say NAME TEXT --permission [--model fast|best] [--seed N] [--out FILE]\n"
-    "                                     speaks TEXT in the voice; --permission confirms\n"
-    "                                     it is your own voice or you have the speaker's\n"
-    "                                     permission to clone it\n"
-    "  convert NAME IN OUT                re-speaks the clip IN in the voice\n"
-    "  transcribe FILE                    the words spoken in FILE\n"
-    "  live NAME [--latency fastest|balanced|clearest] [--call] [--seconds N]\n"
-    "                                     talks live in the voice\n";
-
+// The option values of one action, as its functions below read them.
 struct Args {
-    std::vector<std::string> words;
+    std::vector<std::string> words;  // the action's name, then its operands
     std::map<std::string, std::string> options;
-    bool ok = true;
 };
-
-Args parse(const std::vector<std::string>& args) {
-    static const std::vector<std::string> flags{"--permission", "--call"};
-    Args parsed;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (a.rfind("--", 0) != 0) {
-            parsed.words.push_back(a);
-        } else if (std::find(flags.begin(), flags.end(), a) != flags.end()) {
-            parsed.options[a] = "1";
-        } else if (i + 1 < args.size()) {
-            parsed.options[a] = args[++i];
-        } else {
-            std::fprintf(stderr, "The option \"%s\" needs a value.\n", a.c_str());
-            parsed.ok = false;
-        }
-    }
-    return parsed;
-}
 
 QString q(const std::string& s) { return QString::fromStdString(s); }
 void say(const QString& line) { std::fprintf(stderr, "%s\n", line.toUtf8().constData()); }
@@ -348,62 +304,103 @@ int live(CloneLibrary& library, const ClonedVoice& voice, const Args& a) {
     return 0;
 }
 
-int run(const std::vector<std::string>& args) {
-    const Args a = parse(args);
-    if (!a.ok) return 2;
-    if (a.words.empty()) {
-        std::fputs(kUsage, stderr);
-        return 2;
-    }
-    const std::string& sub = a.words[0];
-    const size_t n = a.words.size();
-    auto needs = [&](size_t words) {
-        if (n == words) return true;
-        std::fputs(kUsage, stderr);
-        return false;
-    };
-    if (sub == "setup") return needs(1) ? setup() : 2;
-    if (sub == "transcribe") return needs(2) ? transcribe(q(a.words[1])) : 2;
+int run(const std::string& sub, const Arguments& parsed, const std::vector<std::string>& optionNames) {
+    Args a;
+    a.words.push_back(sub);
+    a.words.insert(a.words.end(), parsed.operands().begin(), parsed.operands().end());
+    for (const std::string& name : optionNames)
+        if (parsed.has(name)) a.options[name] = parsed.value(name, "1");
+    if (sub == "setup") return setup();
+    if (sub == "transcribe") return transcribe(q(a.words[1]));
 
     CloneLibrary library;
     if (!library.keptAsidePath().isEmpty())
         say("The cloned voices couldn't be read; the file was kept as " + library.keptAsidePath() + ".");
-    if (sub == "list") return needs(1) ? list(library) : 2;
+    if (sub == "list") return list(library);
     if (sub == "create") {
-        if (!needs(2)) return 2;
         if (library.find(q(a.words[1]))) return fail("There is already a cloned voice called \"" + q(a.words[1]) + "\".");
         library.createVoice(q(a.words[1]));
         return library.saveError().isEmpty() ? 0 : fail(library.saveError());
     }
-    if (n < 2) {
-        std::fputs(kUsage, stderr);
-        return 2;
-    }
     const auto voice = voiceNamed(library, a.words[1]);
     if (!voice) return 1;
-    int code = 2;
-    if (sub == "rename" && needs(3)) code = (library.rename(voice->id, q(a.words[2])), 0);
-    else if (sub == "delete" && needs(2)) code = (library.deleteVoice(voice->id), 0);
-    else if (sub == "samples" && needs(2)) code = samples(*voice);
-    else if (sub == "script" && needs(2)) {
+    int code = 1;
+    if (sub == "rename") code = (library.rename(voice->id, q(a.words[2])), 0);
+    else if (sub == "delete") code = (library.deleteVoice(voice->id), 0);
+    else if (sub == "samples") code = samples(*voice);
+    else if (sub == "script") {
         const auto count = number(a, "--count", SampleRecording::kScriptSentences);
         if (!count) return 2;
         std::printf("%s\n", ReadingScripts::next(*voice, int(*count)).toUtf8().constData());
         code = 0;
-    } else if (sub == "add-sample" && needs(3)) code = addSample(library, *voice, q(a.words[2]), a);
-    else if (sub == "record-sample" && needs(2)) code = recordSample(library, *voice, a);
-    else if (sub == "say" && needs(3)) code = sayText(library, *voice, a);
-    else if (sub == "convert" && needs(4)) code = convert(library, *voice, q(a.words[2]), q(a.words[3]));
-    else if (sub == "live" && needs(2)) code = live(library, *voice, a);
-    else if (n > 0 && code == 2 && sub != "rename" && sub != "delete" && sub != "samples" && sub != "script" &&
-             sub != "add-sample" && sub != "record-sample" && sub != "say" && sub != "convert" && sub != "live") {
-        std::fprintf(stderr, "Unknown clone subcommand \"%s\".\n\n%s", sub.c_str(), kUsage);
-    }
+    } else if (sub == "add-sample") code = addSample(library, *voice, q(a.words[2]), a);
+    else if (sub == "record-sample") code = recordSample(library, *voice, a);
+    else if (sub == "say") code = sayText(library, *voice, a);
+    else if (sub == "convert") code = convert(library, *voice, q(a.words[2]), q(a.words[3]));
+    else if (sub == "live") code = live(library, *voice, a);
     if (code == 0 && !library.saveError().isEmpty()) return fail(library.saveError());
     return code;
 }
 
-const CommandRegistration registration{{"clone", "cloned voices: samples, setup, speech and live", kUsage, run}};
+// One registration per action; the function reads the options it declares.
+CommandRegistration action(const std::string& sub, const std::string& summary, std::vector<std::string> operands,
+                           const std::string& description, std::vector<Option> options) {
+    std::vector<std::string> names;
+    for (const Option& option : options) names.push_back(option.name);
+    return CommandRegistration({"clone " + sub, summary, std::move(operands), description, std::move(options), "",
+                                [sub, names](const Arguments& args) { return run(sub, args, names); }});
+}
+
+int needsAction(const Arguments&) {
+    throw UsageError("Name an action: list, create, rename, delete, add-sample, samples, script, record-sample, "
+                     "setup, say, convert, transcribe or live.");
+}
+
+const Option kSeconds{"--seconds", "N", "Stop after N seconds"};
+const Option kCount{"--count", "N", "Sentences in the script (3 by default)"};
+const Option kTranscript{"--transcript", "TEXT", "The words spoken in the sample (else it is transcribed)"};
+
+CommandRegistration cloneCommand(
+    {"clone", "Cloned voices: samples, setup, speech and live", {},
+     "Cloned voices: samples of a real speaker (yours, or one who gave permission),\n"
+     "spoken back by a local speech model. Nothing leaves this machine.\n",
+     {}, "", needsAction});
+CommandRegistration listAction = action("list", "List the cloned voices", {}, "Lists the cloned voices and their samples.\n", {});
+CommandRegistration createAction = action("create", "Make a new cloned voice without samples", {"NAME"},
+                                          "Makes a new cloned voice without samples.\n", {});
+CommandRegistration renameAction = action("rename", "Rename a cloned voice", {"NAME", "NEW"}, "Renames a cloned voice.\n", {});
+CommandRegistration deleteAction = action("delete", "Delete a cloned voice and its samples", {"NAME"},
+                                          "Deletes a cloned voice and its samples.\n", {});
+CommandRegistration addSampleAction = action("add-sample", "Copy an audio file in as a sample", {"NAME", "FILE"},
+                                             "Copies an audio file into the voice as a sample.\n", {kTranscript});
+CommandRegistration samplesAction = action("samples", "List a voice's samples, first first", {"NAME"},
+                                           "Lists a voice's samples in the order the models hear them.\n", {});
+CommandRegistration scriptAction = action("script", "Sentences to read for the next sample", {"NAME"},
+                                          "Prints sentences this voice hasn't read yet, to read for the next sample.\n",
+                                          {kCount});
+CommandRegistration recordAction = action(
+    "record-sample", "Record yourself reading a script and add it", {"NAME"},
+    "Shows a script, records you reading it (N s, at most 25; 15 by default) and adds\nit as a sample.\n",
+    {kSeconds, kCount, kTranscript});
+CommandRegistration setupAction = action("setup", "Set up voice cloning on this machine (once)", {},
+                                         "Sets up the local speech runtime voice cloning needs (once).\n", {});
+CommandRegistration sayAction = action(
+    "say", "Speak text in a cloned voice", {"NAME", "TEXT"},
+    "Speaks TEXT in the voice. --permission confirms it is your own voice or you have\nthe speaker's permission "
+    "to clone it.\n",
+    {{"--permission", "", "Confirm you may clone this voice"},
+     {"--model", "fast|best", "The speech model (as chosen last time by default)"},
+     {"--seed", "N", "Another number gives another delivery (42 by default)"},
+     {"--out", "FILE", "Where to write the take (else the Clones folder)"}});
+CommandRegistration convertAction = action("convert", "Re-speak a clip in a cloned voice", {"NAME", "IN", "OUT"},
+                                           "Re-speaks the clip IN in the voice and writes OUT.\n", {});
+CommandRegistration transcribeAction = action("transcribe", "Print the words spoken in a file", {"FILE"},
+                                              "Prints the words spoken in FILE.\n", {});
+CommandRegistration liveAction = action(
+    "live", "Talk live in a cloned voice", {"NAME"}, "Talks live in the cloned voice until Ctrl-C.\n",
+    {{"--latency", "fastest|balanced|clearest", "How far behind you the voice runs"},
+     {"--call", "", "Call apps hear the voice through \"Parlova Mic\""},
+     kSeconds});
 
 }  // namespace
 }  // namespace parlova::cli

@@ -156,7 +156,7 @@ std::string helpText(const Command& command) {
         out << "\nActions (each has its own --help):\n";
         for (const Command* a : actions)
             out << "  " << a->name.substr(command.name.size() + 1)
-                << std::string(std::max<size_t>(2, 12 - (a->name.size() - command.name.size())), ' ')
+                << std::string(size_t(std::max<long>(2, 16 - long(a->name.size() - command.name.size()))), ' ')
                 << a->summary << "\n";
     }
     out << "\nOptions:\n";
