@@ -9,8 +9,10 @@
 namespace parlova {
 
 ParlovaApp::ParlovaApp(const Options& options)
-    : store_(), engine_(), devices_(), micSetup_(&devices_) {
-    window_ = std::make_unique<ui::MainWindow>(ui::AppModel{store_, engine_, devices_, micSetup_});
+    : store_(&settings_), engine_(&settings_), devices_(), cloner_(), library_({}, &settings_), micSetup_(&devices_) {
+    engine_.setCloner(&cloner_);
+    window_ = std::make_unique<ui::MainWindow>(
+        ui::AppModel{store_, engine_, devices_, micSetup_, library_, cloner_, settings_});
     addAppMenuItems();
     if (ui::TrayIcon::desktopHasTray()) {
         tray_ = std::make_unique<ui::TrayIcon>(
@@ -37,8 +39,14 @@ ParlovaApp::ParlovaApp(const Options& options)
         window_->show();
 }
 
-// The engine, destroyed after the window, gives the real microphone back.
-ParlovaApp::~ParlovaApp() = default;
+// The views go first; live mode stops while the cloner it may stream through
+// still exists; the engine, destroyed last, gives the real microphone back.
+ParlovaApp::~ParlovaApp() {
+    tray_.reset();
+    window_.reset();
+    if (engine_.isLive()) engine_.toggleLive();
+    engine_.setClone({});
+}
 
 void ParlovaApp::showWindow() {
     window_->showNormal();

@@ -2,6 +2,8 @@
 // The application: the migration from the former name, the model objects
 // (made once, in this order), the main window, the tray, and what closing
 // the window means while a call runs.
+#include "cloning/CloneLibrary.h"
+#include "cloning/VoiceCloner.h"
 #include "devices/AudioDeviceList.h"
 #include "devices/VirtualMic.h"
 #include "engine/VoiceEngine.h"
@@ -29,6 +31,7 @@ public:
     ui::MainWindow& window() { return *window_; }
     VoiceEngine& engine() { return engine_; }
     VoiceStore& store() { return store_; }
+    CloneLibrary& library() { return library_; }
 
     // Brings the window up, raised and focused.
     void showWindow();
@@ -37,9 +40,12 @@ private:
     bool windowMayClose();
     void addAppMenuItems();
 
+    QSettings settings_;
     VoiceStore store_;
     VoiceEngine engine_;
     AudioDeviceList devices_;
+    VoiceCloner cloner_;
+    CloneLibrary library_;
     VirtualMicSetup micSetup_;
     std::unique_ptr<ui::MainWindow> window_;
     std::unique_ptr<ui::TrayIcon> tray_;

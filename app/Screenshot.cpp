@@ -20,6 +20,10 @@ int takeScreenshot(const QString& file, const QString& selectName, const QString
         err << "There is no voice named \u201c" << selectName << "\u201d.\n";
         return 2;
     }
+    if (page == "clone" && window.currentPage() != "clone") {
+        if (app.library().voices().isEmpty()) app.library().createVoice("My Voice");
+        window.selectVoiceNamed(app.library().voices().front().name);
+    }
     // Call mode without Live only changes what the calls section shows.
     if (page == "calls") app.engine().setCallMode(true);
     window.resize(1000, 760);

@@ -1,6 +1,9 @@
 #include "ui/MainWindow.h"
 
+#include "cloning/CloneLibrary.h"
+#include "cloning/VoiceCloner.h"
 #include "engine/VoiceEngine.h"
+#include "ui/ClonePage.h"
 #include "ui/Icons.h"
 #include "ui/Summaries.h"
 #include "ui/TransportCard.h"
@@ -65,9 +68,16 @@ MainWindow::MainWindow(AppModel model, QWidget* parent) : QMainWindow(parent), m
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
     voiceScroll_ = scroll;
+    clonePage_ = new ClonePage(model_.library, model_.cloner, model_.engine, model_.settings);
+    auto* cloneScroll = new QScrollArea;
+    cloneScroll->setWidget(clonePage_);
+    cloneScroll->setWidgetResizable(true);
+    cloneScroll->setFrameShape(QFrame::NoFrame);
+    cloneScroll_ = cloneScroll;
     micDenied_ = makeMicDeniedScreen();
     detail_->addWidget(placeholder_);
     detail_->addWidget(voiceScroll_);
+    detail_->addWidget(cloneScroll_);
     detail_->addWidget(micDenied_);
     rightLayout->addWidget(detail_, 1);
     auto* card = new QFrame(right);
@@ -93,10 +103,13 @@ MainWindow::MainWindow(AppModel model, QWidget* parent) : QMainWindow(parent), m
     });
     connect(sidebar_, &Sidebar::deleteRequested, this, [this](RowKind kind, const QUuid& id) {
         if (kind == RowKind::voice) deleteVoice(id);
+        else deleteClone(id);
     });
     connect(voicePage_, &VoicePage::edited, this, &MainWindow::voiceEdited);
     connect(voicePage_, &VoicePage::resetRequested, this, [this](const Voice& voice) { model_.store.reset(voice); });
     connect(&model_.store, &VoiceStore::voicesChanged, this, &MainWindow::refreshRows);
+    connect(&model_.library, &CloneLibrary::voicesChanged, this, &MainWindow::refreshRows);
+    connect(&model_.cloner, &VoiceCloner::errorMessageChanged, this, &MainWindow::showError);
     connect(&model_.engine, &VoiceEngine::detectedPitchChanged, this,
             [this] { voicePage_->showDetectedPitch(model_.engine.detectedPitch()); });
     connect(&model_.engine, &VoiceEngine::errorMessageChanged, this, &MainWindow::showError);
@@ -117,15 +130,25 @@ QWidget* MainWindow::makeSidebarColumn() {
     auto* column = new QWidget(this);
     auto* layout = new QVBoxLayout(column);
     layout->setContentsMargins(6, 6, 0, 6);
-    auto* buttons = new QHBoxLayout;
+    // Stacked, so the sidebar stays narrow and the page keeps the room.
+    auto* buttons = new QVBoxLayout;
+    buttons->setSpacing(2);
     auto* newVoice = new QToolButton(column);
     newVoice->setText("New Voice from Selected");
     newVoice->setIcon(themedIcon("list-add", QStyle::SP_FileDialogNewFolder));
     newVoice->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    newVoice->setAutoRaise(true);
     newVoice->setToolTip("Make an editable copy of the selected voice");
     connect(newVoice, &QToolButton::clicked, this, &MainWindow::newVoiceFromSelected);
     buttons->addWidget(newVoice);
-    buttons->addStretch(1);
+    auto* newClone = new QToolButton(column);
+    newClone->setText("New Cloned Voice");
+    newClone->setIcon(themedIcon("contact-new", QStyle::SP_FileDialogNewFolder));
+    newClone->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    newClone->setAutoRaise(true);
+    newClone->setToolTip("Clone a real speaker's voice from samples (yours, or with their permission)");
+    connect(newClone, &QToolButton::clicked, this, &MainWindow::newClonedVoice);
+    buttons->addWidget(newClone);
     layout->addLayout(buttons);
     sidebar_ = new Sidebar(column);
     layout->addWidget(sidebar_, 1);
@@ -202,6 +225,10 @@ void MainWindow::refreshRows() {
         rows.push_back({voice.id, voice.emoji.isEmpty() ? voice.name : voice.emoji + "  " + voice.name,
                         voiceSummary(voice), !voice.presetKey.has_value(), voice.presetKey.has_value()});
     sidebar_->showRows(RowKind::voice, rows);
+    std::vector<SidebarRow> clones;
+    for (const ClonedVoice& voice : model_.library.voices())
+        clones.push_back({voice.id, voice.name, sampleLine(int(voice.samples.size()), voice.totalSeconds()), true, false});
+    sidebar_->showRows(RowKind::clone, clones);
     // The voice on screen follows the store: an edit (from here or elsewhere)
     // shows at once and reaches the engine.
     auto chosen = sidebar_->selection();
@@ -210,6 +237,13 @@ void MainWindow::refreshRows() {
             voicePage_->showVoice(*voice);
             transport_->setVoiceName(voice->name);
             model_.engine.set(*voice);
+        }
+    // A cloned voice whose samples changed speaks with the new ones.
+    if (chosen && chosen->kind == RowKind::clone)
+        if (auto clone = model_.library.voice(chosen->id)) {
+            transport_->setVoiceName(clone->name);
+            CloneTarget target = model_.library.target(clone->id);
+            if (!(target == model_.engine.clone())) model_.engine.setClone(target);
         }
 }
 
@@ -221,6 +255,8 @@ void MainWindow::refreshDetail() {
     auto chosen = sidebar_->selection();
     if (chosen && chosen->kind == RowKind::voice && voiceWithId(chosen->id))
         detail_->setCurrentWidget(voiceScroll_);
+    else if (chosen && chosen->kind == RowKind::clone && model_.library.voice(chosen->id))
+        detail_->setCurrentWidget(cloneScroll_);
     else
         detail_->setCurrentWidget(placeholder_);
 }
@@ -229,6 +265,7 @@ QString MainWindow::currentPage() const {
     QWidget* page = detail_->currentWidget();
     if (page == voiceScroll_) return "voice";
     if (page == micDenied_) return "micDenied";
+    if (page == cloneScroll_) return "clone";
     if (page == placeholder_) return "placeholder";
     return "clone";
 }
@@ -238,12 +275,18 @@ bool MainWindow::selectVoiceNamed(const QString& name) {
         sidebar_->select(SidebarSelection{RowKind::voice, voice->id});
         return true;
     }
+    if (auto clone = model_.library.find(name)) {
+        sidebar_->select(SidebarSelection{RowKind::clone, clone->id});
+        return true;
+    }
     return false;
 }
 
 void MainWindow::selectionChanged(const std::optional<SidebarSelection>& selection) {
+    if (selection && selection->kind == RowKind::clone) showClone(selection->id);
     if (selection && selection->kind == RowKind::voice)
         if (const Voice* voice = voiceWithId(selection->id)) {
+            model_.engine.setClone({});
             voicePage_->showVoice(*voice);
             transport_->setVoiceName(voice->name);
             model_.engine.set(*voice);
@@ -268,6 +311,38 @@ void MainWindow::newVoiceFromSelected() {
     sidebar_->select(SidebarSelection{RowKind::voice, copy.id});
 }
 
+void MainWindow::showClone(const QUuid& id) {
+    auto clone = model_.library.voice(id);
+    if (!clone) return;
+    model_.library.setSelectedID(id);
+    clonePage_->showVoice(id);
+    transport_->setVoiceName(clone->name);
+    // The worker gets ready while the user reads the page, so Live starts warm.
+    CloneTarget target = model_.library.target(id);
+    model_.engine.setClone(target);
+    if (model_.cloner.isInstalled() && !target.samples.isEmpty()) model_.cloner.prepare(target);
+}
+
+void MainWindow::newClonedVoice() {
+    QString name = "New Voice";
+    for (int n = 2; model_.library.find(name); ++n) name = QString("New Voice %1").arg(n);
+    ClonedVoice voice = model_.library.createVoice(name);
+    sidebar_->select(SidebarSelection{RowKind::clone, voice.id});
+}
+
+void MainWindow::deleteClone(const QUuid& id) {
+    auto clone = model_.library.voice(id);
+    if (!clone) return;
+    auto answer = QMessageBox::question(
+        this, "Delete Cloned Voice",
+        QString("Delete the cloned voice \u201c%1\u201d and its %2 samples? This can't be undone.")
+            .arg(clone->name)
+            .arg(clone->samples.size()),
+        QMessageBox::Cancel | QMessageBox::Yes, QMessageBox::Cancel);
+    if (answer != QMessageBox::Yes) return;
+    model_.library.deleteVoice(id);
+}
+
 void MainWindow::deleteVoice(const QUuid& id) {
     const Voice* voice = voiceWithId(id);
     if (!voice || voice->presetKey) return;
@@ -283,15 +358,18 @@ void MainWindow::deleteVoice(const QUuid& id) {
 
 void MainWindow::showError() {
     QString message = model_.engine.errorMessage();
+    bool fromCloner = message.isEmpty();
+    if (fromCloner) message = model_.cloner.errorMessage();
     if (message.isEmpty() || showingError_) return;
     showingError_ = true;
     // Window-modal and asynchronous: the window keeps painting behind it.
     auto* box = new QMessageBox(QMessageBox::Warning, "Something went wrong", message, QMessageBox::Ok, this);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowModality(Qt::WindowModal);
-    connect(box, &QMessageBox::finished, this, [this] {
+    connect(box, &QMessageBox::finished, this, [this, fromCloner] {
         showingError_ = false;
-        model_.engine.setErrorMessage({});
+        if (fromCloner) model_.cloner.setErrorMessage({});
+        else model_.engine.setErrorMessage({});
     });
     box->open();
 }

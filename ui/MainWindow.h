@@ -12,8 +12,12 @@
 
 #include <functional>
 
+class QSettings;
+
 namespace parlova {
 class AudioDeviceList;
+class CloneLibrary;
+class VoiceCloner;
 class VirtualMicSetup;
 class VoiceEngine;
 class VoiceStore;
@@ -21,6 +25,7 @@ class VoiceStore;
 
 namespace parlova::ui {
 
+class ClonePage;
 class TransportCard;
 class VoicePage;
 
@@ -30,6 +35,9 @@ struct AppModel {
     VoiceEngine& engine;
     AudioDeviceList& devices;
     VirtualMicSetup& micSetup;
+    CloneLibrary& library;
+    VoiceCloner& cloner;
+    QSettings& settings;
 };
 
 class MainWindow : public QMainWindow {
@@ -39,10 +47,12 @@ public:
 
     Sidebar* sidebar() const { return sidebar_; }
     VoicePage* voicePage() const { return voicePage_; }
+    ClonePage* clonePage() const { return clonePage_; }
     TransportCard* transport() const { return transport_; }
     // The page the detail area shows: "placeholder", "voice", "clone" or "micDenied".
     QString currentPage() const;
-    // Selects the first voice whose name matches, case-insensitively.
+    // Selects the first voice, else the first cloned voice, whose name
+    // matches case-insensitively.
     bool selectVoiceNamed(const QString& name);
 
     QAction* liveAction() const { return liveAction_; }
@@ -68,7 +78,10 @@ private:
     void selectionChanged(const std::optional<SidebarSelection>& selection);
     void voiceEdited(const Voice& voice);
     void newVoiceFromSelected();
+    void newClonedVoice();
     void deleteVoice(const QUuid& id);
+    void deleteClone(const QUuid& id);
+    void showClone(const QUuid& id);
     void showError();
     const Voice* voiceWithId(const QUuid& id) const;
 
@@ -78,6 +91,8 @@ private:
     QWidget* placeholder_;
     QWidget* voiceScroll_;
     VoicePage* voicePage_;
+    QWidget* cloneScroll_;
+    ClonePage* clonePage_;
     QWidget* micDenied_;
     TransportCard* transport_;
     QMenu* appMenu_ = nullptr;

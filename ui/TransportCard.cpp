@@ -1,5 +1,6 @@
 #include "ui/TransportCard.h"
 
+#include "cloning/CloneLatency.h"
 #include "engine/VoiceEngine.h"
 #include "ui/CallsPanel.h"
 #include "ui/Icons.h"
@@ -55,6 +56,12 @@ TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, Virt
     cloneDelay_ = new QComboBox(this);
     cloneDelay_->setToolTip("Shorter delay, or clearer words on fast speech");
     cloneDelay_->setVisible(false);  // only a cloned voice has a choice of delay
+    cloneDelay_->setAccessibleName("Delay of the cloned voice");
+    for (CloneLatency latency : kAllCloneLatencies) cloneDelay_->addItem("Delay " + label(latency), rawValue(latency));
+    connect(cloneDelay_, &QComboBox::activated, this, [this] {
+        if (auto latency = cloneLatencyFromRaw(cloneDelay_->currentData().toString()))
+            engine_.setCloneLatency(*latency);
+    });
     delay_ = new QLabel(this);
     delay_->setForegroundRole(QPalette::PlaceholderText);
     second->addWidget(cloneDelay_);
@@ -91,7 +98,8 @@ TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, Virt
     for (auto signal : {&VoiceEngine::liveStateChanged, &VoiceEngine::isStartingLiveChanged,
                         &VoiceEngine::recordingChanged, &VoiceEngine::playingChanged, &VoiceEngine::clipChanged,
                         &VoiceEngine::isExportingChanged, &VoiceEngine::callModeChanged,
-                        &VoiceEngine::bypassChanged})
+                        &VoiceEngine::bypassChanged, &VoiceEngine::cloneChanged, &VoiceEngine::cloneLatencyChanged,
+                        &VoiceEngine::isConvertingChanged, &VoiceEngine::isStreamStartingChanged})
         connect(&engine_, signal, this, &TransportCard::refresh);
     connect(&engine_, &VoiceEngine::exportProgressChanged, this,
             [this] { exportBar_->setValue(int(engine_.exportProgress() * 100)); });
@@ -117,6 +125,10 @@ TransportState TransportCard::state() const {
     s.isPlaying = engine_.isPlaying();
     s.hasClip = !engine_.clipURL().isEmpty();
     s.clipDuration = engine_.clipDuration();
+    s.isCloned = !engine_.clone().isEmpty();
+    s.isConverting = engine_.isConverting();
+    s.isStreamStarting = engine_.isStreamStarting();
+    s.cloneDelayLabel = label(engine_.cloneLatency());
     return s;
 }
 
@@ -144,6 +156,8 @@ void TransportCard::refresh() {
                                       : themedIcon("document-save-as", QStyle::SP_DialogSaveButton));
     export_->setEnabled(s.hasClip && !s.isRecording && !s.isExporting);
     exportBar_->setVisible(s.isExporting);
+    cloneDelay_->setVisible(s.isCloned);
+    cloneDelay_->setCurrentIndex(cloneDelay_->findData(rawValue(engine_.cloneLatency())));
     status_->setText(transportStatus(s));
     if (s.isLive && !delayTimer_.isActive()) delayTimer_.start();
     if (!s.isLive) delayTimer_.stop();

@@ -1,11 +1,14 @@
 // The window driven as a user would, offscreen, over an engine on an
 // in-memory sound server and settings in a temporary folder.
+#include "cloning/CloneLibrary.h"
+#include "cloning/VoiceCloner.h"
 #include "devices/AudioDeviceList.h"
 #include "devices/VirtualMic.h"
 #include "engine/VoiceEngine.h"
 #include "support/FakeBackend.h"
 #include "support/TestAudio.h"
 #include "ui/CallsPanel.h"
+#include "ui/ClonePage.h"
 #include "ui/FieldSlider.h"
 #include "ui/MainWindow.h"
 #include "ui/Summaries.h"
@@ -29,7 +32,10 @@ struct Harness {
         : backend([cableName] { return testaudio::fakeMachine(cableName); }),
           settings(dir.filePath("settings.ini"), QSettings::IniFormat), store(&settings),
           engine(&settings, &backend), devices(&backend), setup(&devices),
-          window(AppModel{store, engine, devices, setup}) {
+          cloner(VoiceClonerOptions{dir.filePath("support"), {}, {}, QProcessEnvironment::systemEnvironment()}),
+          library(dir.filePath("ClonedVoices"), &settings),
+          window(AppModel{store, engine, devices, setup, library, cloner, settings}) {
+        engine.setCloner(&cloner);
         QTRY_VERIFY(!devices.inputs().empty());
     }
     QTemporaryDir dir;
@@ -39,6 +45,8 @@ struct Harness {
     VoiceEngine engine;
     AudioDeviceList devices;
     VirtualMicSetup setup;
+    VoiceCloner cloner;
+    CloneLibrary library;
     MainWindow window;
 };
 
@@ -180,6 +188,34 @@ private slots:
             QCOMPARE(calls->inputPicker()->itemText(0), "System Default");
             QCOMPARE(calls->inputPicker()->findText("Parlova Mic"), -1);
         }
+    }
+
+    // A cloned voice's page walks the user through what generation still needs.
+    void clonedVoicePageSaysWhatIsMissing() {
+        Harness h;
+        QVERIFY(h.window.selectVoiceNamed("My Voice"));
+        QCOMPARE(h.window.currentPage(), "clone");
+        QCOMPARE(h.engine.clone().name, "My Voice");
+        QVERIFY(h.window.transport()->status().startsWith("Talk Live to speak as My Voice"));
+        ClonePage* page = h.window.clonePage();
+        QCOMPARE(page->blocker()->text(), "Record at least 5 seconds of samples first.");
+        QVERIFY(!page->generateButton()->isEnabled());
+
+        const QString file = h.dir.filePath("sample.wav");
+        QVERIFY(testaudio::writeWav(file.toStdString(), testaudio::spread(testaudio::tone(180, 48000, 6 * 48000), 48000)));
+        h.library.addSample(h.library.find("My Voice")->id, file, "Hello there.");
+        QCOMPARE(page->blocker()->text(), "Confirm you have permission to clone this voice.");
+        QCOMPARE(h.window.sidebar()->section(RowKind::clone)->child(0)->data(0, Qt::AccessibleDescriptionRole).toString(),
+                 "1 sample · 6 s");
+        QVERIFY(page->samplesBox()->findChildren<QLabel*>().size() > 0);
+        bool marked = false;
+        for (QLabel* label : page->samplesBox()->findChildren<QLabel*>()) marked |= label->text().contains("Too short");
+        QVERIFY(marked);  // 6 s is kept but marked
+        page->consent()->setChecked(true);
+        QVERIFY(page->blocker()->isHidden());
+        QCOMPARE(h.engine.clone().samples.size(), 1);  // the engine follows the new sample
+        QVERIFY(h.window.selectVoiceNamed("Old Lady"));
+        QVERIFY(h.engine.clone().isEmpty());
     }
 
     void aRefusedMicrophoneShowsItsOwnScreen() {
