@@ -3,6 +3,7 @@
 #include "cli/Command.h"
 #include "engine/VoiceEngine.h"
 #include "cli/VoiceLookup.h"
+#include "cli/MicOptions.h"
 
 #include <unistd.h>
 
@@ -20,6 +21,8 @@ const char* kUsage =
     "  --set FIELD=VALUE    override one setting of the voice for this render, e.g.\n"
     "                       --set formant=3.5 or --set pitch=-300 (repeatable)\n"
     "  --bypass             render with the natural voice, as the app's bypass does\n"
+    "  --clean-mic          clean the input up first, as live mode's \"Clean up my mic\" does\n"
+    "  --gate-db N          the noise gate's threshold in dBFS (implies --clean-mic; default -45)\n"
     "  --quiet              no progress output\n\n"
     "Fields: pitch (cents), formant (semitones), targetPitch (Hz, 0 = off), vibratoRate,\n"
     "vibratoDepth, tremoloRate, tremoloDepth, lowCut, highCut, body, presence, reverb,\n"
@@ -29,6 +32,7 @@ int render(const std::vector<std::string>& args) {
     std::string voiceName;
     std::vector<std::string> overrides, files;
     bool quiet = false, bypass = false;
+    MicOptions mic;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
         if ((arg == "--voice" || arg == "--set") && i + 1 < args.size()) {
@@ -39,6 +43,7 @@ int render(const std::vector<std::string>& args) {
             quiet = true;
         } else if (arg == "--bypass") {
             bypass = true;
+        } else if (takeMicOption(args, i, mic, false)) {
         } else if (arg.size() > 1 && arg[0] == '-') {
             std::fprintf(stderr, "Unknown or incomplete option \"%s\".\n\n%s", arg.c_str(), kUsage);
             return 2;
@@ -50,6 +55,7 @@ int render(const std::vector<std::string>& args) {
         std::fputs(kUsage, stderr);
         return 2;
     }
+    if (!mic.ok) return 2;
 
     std::optional<Voice> voice = voiceWithOverrides(voiceName, overrides);
     if (!voice) return 2;
@@ -57,6 +63,7 @@ int render(const std::vector<std::string>& args) {
     VoiceEngine engine(nullptr, nullptr);
     engine.set(*voice);
     engine.setBypass(bypass);
+    applyMicOptions(mic, engine, true);
     if (!engine.loadClip(QString::fromStdString(files[0]))) {
         std::fprintf(stderr, "%s\n", engine.errorMessage().toUtf8().constData());
         return 1;

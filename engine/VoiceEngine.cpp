@@ -16,6 +16,18 @@ VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, QObject* pa
     clockStart_ = std::chrono::steady_clock::now();
     inputUID_ = settings_->value(kInputDeviceKey).toString();
     outputUID_ = settings_->value(kOutputDeviceKey).toString();
+    talk_.attach(settings_);
+    cleanMic_.attach(settings_);
+    clip_.setCleanMic(cleanMic_.activeControl());
+    connect(&talk_, &TalkControl::talkingChanged, this, [this] { live_.setAudible(liveAudible()); });
+    connect(&cleanMic_, &CleanMicSetting::enabledChanged, this, [this] {
+        clip_.setCleanMic(cleanMic_.activeControl());
+        // The stage is part of the route: rebuild a running one.
+        if (live_.isRunning()) {
+            tearDownLive();
+            updateLiveEngine();
+        }
+    });
 
     connect(&live_, &LiveSession::started, this, &VoiceEngine::liveRouteStarted);
     connect(&live_, &LiveSession::startFailed, this, &VoiceEngine::liveStartFailed);
@@ -123,7 +135,7 @@ void VoiceEngine::updateLiveEngine() {
     const bool wantCall = callMode_ && isLive_;
     if (live_.isRunning() && live_.graph()->route().isCall != wantCall) tearDownLive();
     if (!live_.isRunning() && !live_.isStarting()) startLive();
-    live_.setAudible(isLive_);
+    live_.setAudible(liveAudible());
 }
 
 LiveSession::Request VoiceEngine::liveRequest() {
@@ -133,7 +145,7 @@ LiveSession::Request VoiceEngine::liveRequest() {
     request.route.inputUID = inputUID_;
     request.route.outputUID = outputUID_;
     request.route.savedMicUID = call_.savedMic();
-    request.stage = EffectVoiceStage::factory(effectiveVoice());
+    request.stage = cleanMic_.wrap(EffectVoiceStage::factory(effectiveVoice()));
     request.recordTap = [sink = clip_.sink()](const float* mono, int frames) { sink->write(&mono, frames); };
     QPointer<VoiceEngine> self(this);
     request.meterTap = [self](const float* mono, int frames) {
@@ -142,7 +154,7 @@ LiveSession::Request VoiceEngine::liveRequest() {
             if (self) self->feedMeter(level);
         });
     };
-    request.audible = isLive_;
+    request.audible = liveAudible();
     return request;
 }
 
@@ -161,7 +173,7 @@ void VoiceEngine::liveRouteStarted() {
     ensureModulator();
     chains_.setLive(graph->chain());
     applyVoiceToChains();  // edits made while the route was starting
-    graph->setAudible(isLive_);
+    graph->setAudible(liveAudible());
     if (graph->route().isCall) call_.useVirtualCableAsSystemMic(live_.startTable());
     if (isRecording_) clip_.openRecordingFile(graph->recordingFormat());
     emit liveStarted();

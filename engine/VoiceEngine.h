@@ -12,10 +12,12 @@
 #include "devices/BackendJobs.h"
 #include "engine/ActiveChains.h"
 #include "engine/CallMode.h"
+#include "engine/CleanMicSetting.h"
 #include "engine/ClipSession.h"
 #include "engine/LevelMonitor.h"
 #include "engine/LiveSession.h"
 #include "engine/Modulator.h"
+#include "engine/TalkControl.h"
 #include "voices/Voice.h"
 
 #include <QObject>
@@ -45,6 +47,8 @@ class VoiceEngine : public QObject {
     Q_PROPERTY(bool hearMyself READ hearMyself WRITE setHearMyself NOTIFY hearMyselfChanged)
     Q_PROPERTY(QString inputUID READ inputUID WRITE setInputUID NOTIFY devicesChosen)
     Q_PROPERTY(QString outputUID READ outputUID WRITE setOutputUID NOTIFY devicesChosen)
+    Q_PROPERTY(parlova::TalkControl* talk READ talkControl CONSTANT)
+    Q_PROPERTY(parlova::CleanMicSetting* cleanMic READ cleanMicSetting CONSTANT)
 
 public:
     static constexpr const char* kInputDeviceKey = "inputDeviceUID";
@@ -121,6 +125,12 @@ public:
     void setHearMyself(bool on);
     CallMode& callModePart() { return call_; }
 
+    // Talk modes (push to talk or mute) and the clean-mic input stage.
+    TalkControl& talk() { return talk_; }
+    TalkControl* talkControl() { return &talk_; }
+    CleanMicSetting& cleanMic() { return cleanMic_; }
+    CleanMicSetting* cleanMicSetting() { return &cleanMic_; }
+
     // Recording and playback of the clip.
     bool isRecording() const { return isRecording_; }
     void toggleRecording();
@@ -162,6 +172,8 @@ private:
     void publishDetectedPitch();
     void ensureModulator();
     LiveSession::Request liveRequest();
+    // Live output on: live mode is on and the talk mode lets the voice through.
+    bool liveAudible() const { return isLive_ && talk_.isTalking(); }
 
     QSettings* settings_;
     std::unique_ptr<QSettings> ownedSettings_;
@@ -186,6 +198,8 @@ private:
     CallMode call_;
     LiveSession live_;
     ClipSession clip_;
+    TalkControl talk_;
+    CleanMicSetting cleanMic_;
 };
 
 }  // namespace parlova
