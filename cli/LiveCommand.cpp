@@ -3,6 +3,9 @@
 #include "cli/Command.h"
 #include "cli/SignalWatch.h"
 #include "cli/VoiceLookup.h"
+#include "cli/MicOptions.h"
+#include "control/ControlServer.h"
+#include "voices/VoiceStore.h"
 #include "engine/VoiceEngine.h"
 
 #include <cstdio>
@@ -13,7 +16,7 @@ namespace {
 
 const char* kLiveUsage =
     "Usage: parlova-cli live --voice NAME [--call] [--hear-myself] [--input UID] [--output UID]\n"
-    "                        [--set FIELD=VALUE]... [--seconds N]\n\n"
+    "                        [--set FIELD=VALUE]... [--seconds N] [--talk MODE] [--clean-mic [--gate-db N]]\n\n"
     "Talks live: your microphone in the voice NAME on the output device, until N seconds\n"
     "pass or Ctrl-C. The system microphone is always given back on the way out.\n\n"
     "  --call          call mode: render into \"Parlova Mic\" and make it the system\n"
@@ -23,7 +26,12 @@ const char* kLiveUsage =
     "                  speakers, which would echo into the call)\n"
     "  --input UID     microphone to use (see \"parlova-cli devices\"); default: the system one\n"
     "  --output UID    output device; default: the system one\n"
-    "  --seconds N     stop after N seconds\n";
+    "  --seconds N     stop after N seconds\n"
+    "  --talk MODE     always (default), push-to-talk or push-to-mute; the key is\n"
+    "                  \"parlova-cli control ptt press|release|toggle\" or a global shortcut\n"
+    "  --clean-mic     lower steady room noise and close a noise gate between words\n"
+    "  --gate-db N     the gate's threshold in dBFS (implies --clean-mic; default -45)\n"
+    "While live runs, \"parlova-cli control ...\" drives it (see \"parlova-cli control --help\").\n";
 
 const char* kRecordUsage =
     "Usage: parlova-cli record OUTPUT --seconds N [--input UID]\n\n"
@@ -40,6 +48,7 @@ struct Options {
     bool call = false, hearMyself = false;
     double seconds = 0;
     bool ok = true;
+    MicOptions mic;
 };
 
 Options parse(const std::vector<std::string>& args, const char* usage) {
@@ -60,6 +69,7 @@ Options parse(const std::vector<std::string>& args, const char* usage) {
             }
         } else if (a == "--call") o.call = true;
         else if (a == "--hear-myself") o.hearMyself = true;
+        else if (takeMicOption(args, i, o.mic, true)) o.ok = o.ok && o.mic.ok;
         else if (!a.empty() && a[0] == '-') {
             std::fprintf(stderr, "Unknown or incomplete option \"%s\".\n\n%s", a.c_str(), usage);
             o.ok = false;
@@ -89,6 +99,14 @@ int live(const std::vector<std::string>& args) {
     engine.setOutputUID(QString::fromStdString(o.output), false);
     engine.setCallMode(o.call);
     engine.setHearMyself(o.hearMyself);
+    applyMicOptions(o.mic, engine, false);
+    VoiceStore store;
+    ControlCommands commands(engine, store);
+    ControlServer control(commands);
+    if (QString controlError; !control.listen(&controlError)) std::fprintf(stderr, "%s\n", controlError.toUtf8().constData());
+    QObject::connect(&engine.talk(), &TalkControl::statusChanged, [&engine] {
+        if (engine.isLive()) std::fprintf(stderr, "%s\n", engine.talk().status().toUtf8().constData());
+    });
     quitOnSignals(&engine);
 
     bool started = false, stoppedByError = false;
@@ -108,6 +126,7 @@ int live(const std::vector<std::string>& args) {
         std::fprintf(stderr, ".\n");
         if (r.isCall) std::fprintf(stderr, "Call apps using the system microphone now hear this voice.\n");
         std::fprintf(stderr, "Audio thread: %s.\n", describe(engine.realtimeGrant()));
+        if (!engine.talk().status().isEmpty()) std::fprintf(stderr, "%s\n", engine.talk().status().toUtf8().constData());
         std::fprintf(stderr, "Press Ctrl-C to stop.\n");
         if (o.seconds > 0) QTimer::singleShot(static_cast<int>(o.seconds * 1000), [] { QCoreApplication::quit(); });
         // The delay is known once both streams have reported their latency.
