@@ -5,6 +5,7 @@
 #include "cli/VoiceLookup.h"
 #include "cli/MicOptions.h"
 #include "control/ControlServer.h"
+#include "shortcuts/GlobalShortcuts.h"
 #include "voices/VoiceStore.h"
 #include "engine/VoiceEngine.h"
 
@@ -104,6 +105,13 @@ int live(const std::vector<std::string>& args) {
     ControlCommands commands(engine, store);
     ControlServer control(commands);
     if (QString controlError; !control.listen(&controlError)) std::fprintf(stderr, "%s\n", controlError.toUtf8().constData());
+    GlobalShortcuts shortcuts;
+    shortcuts.drive(commands, engine.talk());
+    commands.setShortcutHint([&shortcuts] { return shortcuts.hint(); });
+    QObject::connect(&shortcuts, &GlobalShortcuts::changed, [&shortcuts] {
+        std::fprintf(stderr, "%s\n", shortcuts.hint().toUtf8().constData());
+    });
+    shortcuts.start();
     QObject::connect(&engine.talk(), &TalkControl::statusChanged, [&engine] {
         if (engine.isLive()) std::fprintf(stderr, "%s\n", engine.talk().status().toUtf8().constData());
     });
