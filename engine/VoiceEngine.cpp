@@ -22,8 +22,9 @@ VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, QObject* pa
     connect(&talk_, &TalkControl::talkingChanged, this, [this] { live_.setAudible(liveAudible()); });
     connect(&cleanMic_, &CleanMicSetting::enabledChanged, this, [this] {
         clip_.setCleanMic(cleanMic_.activeControl());
-        // The stage is part of the route: rebuild a running one.
-        if (live_.isRunning()) {
+        // The stage is part of the route: rebuild a running one (a recording
+        // in progress keeps its route; the change applies at the next start).
+        if (live_.isRunning() && !isRecording_) {
             tearDownLive();
             updateLiveEngine();
         }
