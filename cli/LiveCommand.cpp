@@ -4,8 +4,7 @@
 #include "cli/SignalWatch.h"
 #include "cli/VoiceLookup.h"
 #include "cli/MicOptions.h"
-#include "control/ControlServer.h"
-#include "shortcuts/GlobalShortcuts.h"
+#include "control/HandsFree.h"
 #include "voices/VoiceStore.h"
 #include "engine/VoiceEngine.h"
 
@@ -102,16 +101,11 @@ int live(const std::vector<std::string>& args) {
     engine.setHearMyself(o.hearMyself);
     applyMicOptions(o.mic, engine, false);
     VoiceStore store;
-    ControlCommands commands(engine, store);
-    ControlServer control(commands);
-    if (QString controlError; !control.listen(&controlError)) std::fprintf(stderr, "%s\n", controlError.toUtf8().constData());
-    GlobalShortcuts shortcuts;
-    shortcuts.drive(commands, engine.talk());
-    commands.setShortcutHint([&shortcuts] { return shortcuts.hint(); });
-    QObject::connect(&shortcuts, &GlobalShortcuts::changed, [&shortcuts] {
-        std::fprintf(stderr, "%s\n", shortcuts.hint().toUtf8().constData());
+    HandsFree handsFree(engine, store);
+    QObject::connect(&handsFree, &HandsFree::shortcutsChanged, [&handsFree] {
+        std::fprintf(stderr, "%s\n", handsFree.shortcutHint().toUtf8().constData());
     });
-    shortcuts.start();
+    if (QString error; !handsFree.start(&error)) std::fprintf(stderr, "%s\n", error.toUtf8().constData());
     QObject::connect(&engine.talk(), &TalkControl::statusChanged, [&engine] {
         if (engine.isLive()) std::fprintf(stderr, "%s\n", engine.talk().status().toUtf8().constData());
     });

@@ -1,7 +1,8 @@
 // The render path must never touch the heap: the capture side (fan-out, the
 // recording tap, the bridge write) and the output side (bridge read, the
-// clean-mic stage, the whole chain, the meter tap, the volume ramp, the monitor bridge) of a live route,
-// and the rate conversion of clip playback, run with allocation counting on.
+// clean-mic stage, the whole chain, the meter tap, the volume ramp, the
+// monitor bridge) of a live route, and the rate conversion of clip playback,
+// run with allocation counting on.
 #include "engine/CleanMic.h"
 #include "engine/LiveGraph.h"
 #include "engine/RateConverter.h"
