@@ -14,8 +14,12 @@ CleanMicSource::CleanMicSource(AudioSource& input, int inputChannels, double sam
     gate_.prepare(sampleRate);
     inputBlock_.assign(static_cast<size_t>(inputChannels_), std::vector<float>(static_cast<size_t>(frameSize_)));
     frame_.assign(static_cast<size_t>(frameSize_), 0.0f);
+    raw_.assign(static_cast<size_t>(frameSize_), 0.0f);
+    rawBefore_.assign(static_cast<size_t>(frameSize_), 0.0f);
     ready_.assign(static_cast<size_t>(kMaxPullFrames + frameSize_), 0.0f);
-    skip_ = denoiser_.delayFrames() + gate_.lookaheadFrames();
+    skip_ = denoiser_.delayFrames();
+    frameGains_.assign(static_cast<size_t>(frameSize_), 0.0f);
+    prepareGate(0);
 }
 
 int32_t CleanMicSource::fillFrame() noexcept {
@@ -42,17 +46,26 @@ int32_t CleanMicSource::pull(BufferList& out, int frames) noexcept {
         if (const int32_t result = fillFrame(); result != status::ok) return result;
         frameFill_ = 0;
         gate_.setThresholdDb(control_->gateDb.load(std::memory_order_relaxed));
+        std::copy(frame_.begin(), frame_.end(), raw_.begin());
         denoiser_.process(frame_.data());
-        gate_.process(frame_.data(), frameSize_);
         // Keep what is waiting at the front, then append the new frame.
         if (readyStart_ > 0) {
             std::copy_n(ready_.begin() + readyStart_, readyCount_, ready_.begin());
             readyStart_ = 0;
         }
         const int dropped = std::min(skip_, frameSize_);
+        const int fresh = frameSize_ - dropped;
         skip_ -= dropped;
         std::copy(frame_.begin() + dropped, frame_.end(), ready_.begin() + readyCount_);
-        readyCount_ += frameSize_ - dropped;
+        readyCount_ += fresh;
+        // The gain decided at sample t belongs to sample t - lookahead.
+        // The denoiser trails by one frame: this output is the frame before's input.
+        gate_.analyse(frame_.data() + dropped, rawBefore_.data() + dropped, frameGains_.data(), fresh);
+        std::swap(raw_, rawBefore_);
+        const int64_t lookahead = gate_.lookaheadFrames();
+        const auto ring = static_cast<int64_t>(gains_.size());
+        for (int i = 0; i < fresh; ++i, ++analysed_)
+            if (analysed_ >= lookahead) gains_[static_cast<size_t>((analysed_ - lookahead) % ring)] = frameGains_[static_cast<size_t>(i)];
     }
     const float* cleaned = ready_.data() + readyStart_;
     for (int c = 0; c < out.count; ++c)
@@ -62,10 +75,42 @@ int32_t CleanMicSource::pull(BufferList& out, int frames) noexcept {
     return status::ok;
 }
 
+void CleanMicSource::prepareGate(int delayFrames) {
+    delayFrames_ = std::max(0, delayFrames);
+    // From the oldest gain still wanted to the newest one known: the delay,
+    // one pull, and what the source reads ahead.
+    gains_.assign(static_cast<size_t>(delayFrames_ + 2 * kMaxPullFrames + 4 * frameSize_), gate_.floorGain());
+}
+
+float CleanMicSource::gainAt(int64_t sample) const noexcept {
+    const int64_t known = analysed_ - gate_.lookaheadFrames();  // gains exist below this
+    if (sample < 0 || known <= 0) return gate_.floorGain();
+    // A stage with less delay than the lookahead gets the newest decision.
+    sample = std::min(sample, known - 1);
+    return gains_[static_cast<size_t>(sample % static_cast<int64_t>(gains_.size()))];
+}
+
+void CleanMicSource::gateOutput(BufferList& out, int frames) noexcept {
+    for (int i = 0; i < frames; ++i) {
+        const float gain = gainAt(gated_ + i - delayFrames_);
+        for (int c = 0; c < out.count; ++c)
+            if (out.data[c]) out.data[c][i] *= gain;
+    }
+    gated_ += frames;
+}
+
 CleanMicStage::CleanMicStage(AudioSource& input, double sampleRate, const VoiceStageFactory& inner,
                              std::shared_ptr<const CleanMicControl> control)
     : clean_(std::make_unique<CleanMicSource>(input, 1, sampleRate, std::move(control))),
-      inner_(inner(*clean_, sampleRate)) {}
+      inner_(inner(*clean_, sampleRate)) {
+    clean_->prepareGate(static_cast<int>(std::lround(inner_->latencySeconds() * sampleRate)));
+}
+
+int32_t CleanMicStage::render(BufferList& out, int frames) noexcept {
+    const int32_t result = inner_->render(out, frames);
+    if (result == status::ok) clean_->gateOutput(out, frames);
+    return result;
+}
 
 VoiceStageFactory CleanMicStage::wrap(VoiceStageFactory inner, std::shared_ptr<const CleanMicControl> control) {
     return [inner = std::move(inner), control = std::move(control)](AudioSource& input, double sampleRate)

@@ -4,11 +4,12 @@
 // the speexdsp preprocessor and closes a noise gate between words, so fan hiss
 // and keyboard clatter are not pitch-shifted into a warble.
 //
-// It adds no delay of its own: the denoiser works on 5 ms frames and trails by
-// one frame, and the gate looks a few milliseconds ahead; all of it is served
-// by reading that far ahead of its consumer from the source (inside the
-// microphone bridge's cushion, or the file), so output sample n is input
-// sample n cleaned. Everything is made
+// It adds no delay of its own. The denoiser works on 5 ms frames and trails by
+// one frame: both are served by reading that far ahead of its consumer from
+// the source (inside the microphone bridge's cushion, or the file), so output
+// sample n is input sample n denoised. The gate decides on the denoised
+// signal as it passes but applies its gain behind the voice stage, whose own
+// delay (the shifter's blocks) gives its lookahead for free. Everything is made
 // in the constructor; pull() is real-time safe.
 #include "dsp/AudioBuffers.h"
 #include "dsp/NoiseGate.h"
@@ -39,15 +40,24 @@ public:
     CleanMicSource(AudioSource& input, int inputChannels, double sampleRate,
                    std::shared_ptr<const CleanMicControl> control, int inputMaxFrames = kMaxPullFrames);
 
-    // Mono into every buffer of `out`; at most kMaxPullFrames. A status other
-    // than ok from the input is passed on, and what was taken is kept.
+    // Mono, denoised, into every buffer of `out`; at most kMaxPullFrames. A
+    // status other than ok from the input is passed on, and what was taken is kept.
     int32_t pull(BufferList& out, int frames) noexcept override;
 
+    // The gate is applied downstream, where the audio trails this source by
+    // `delayFrames` (the voice stage's own delay), so its lookahead costs no
+    // delay. Call once, before any pull.
+    void prepareGate(int delayFrames);
+    // Audio thread, after the stage rendered `frames` more frames from this
+    // source: gates them in place.
+    void gateOutput(BufferList& out, int frames) noexcept;
+
     // How far ahead of its consumer it reads, at most, in frames.
-    int readAheadFrames() const { return frameSize_ + denoiser_.delayFrames() + gate_.lookaheadFrames(); }
+    int readAheadFrames() const { return frameSize_ + denoiser_.delayFrames(); }
 
 private:
     int32_t fillFrame() noexcept;
+    float gainAt(int64_t sample) const noexcept;
 
     AudioSource& input_;
     int inputChannels_, inputMaxFrames_, frameSize_;
@@ -56,10 +66,16 @@ private:
     NoiseGate gate_;
     std::vector<std::vector<float>> inputBlock_;  // one pull of the input, per channel
     std::vector<float> frame_;                   // the frame being gathered
+    std::vector<float> raw_, rawBefore_;         // it before denoising, and the frame before that
     int frameFill_ = 0;
     std::vector<float> ready_;                   // cleaned samples not yet handed on
     int readyStart_ = 0, readyCount_ = 0;
-    int skip_;  // the denoiser's and gate's delay, dropped once so output lines up with input
+    int skip_;  // the denoiser's delay, dropped once so output lines up with input
+    // The gate's gains by sample number (a ring), and the stage's delay.
+    std::vector<float> gains_, frameGains_;
+    int64_t analysed_ = 0;  // samples the gate has seen
+    int64_t gated_ = 0;     // samples of output gated so far
+    int delayFrames_ = 0;
 };
 
 // A voice stage whose input passes through the clean-mic stage first.
@@ -67,7 +83,7 @@ class CleanMicStage final : public VoiceStage {
 public:
     CleanMicStage(AudioSource& input, double sampleRate, const VoiceStageFactory& inner,
                   std::shared_ptr<const CleanMicControl> control);
-    int32_t render(BufferList& out, int frames) noexcept override { return inner_->render(out, frames); }
+    int32_t render(BufferList& out, int frames) noexcept override;
     double latencySeconds() const override { return inner_->latencySeconds(); }
     std::shared_ptr<VoiceChain> chain() const override { return inner_->chain(); }
 

@@ -4,6 +4,7 @@
 #include "engine/CleanMic.h"
 #include "engine/GuardedAudio.h"
 #include "engine/RateConverter.h"
+#include "engine/VoiceStage.h"
 #include "engine/VoiceChain.h"
 
 #include <QFile>
@@ -85,7 +86,9 @@ void renderOffline(const std::string& source, const std::string& destination, co
             input = clean.get();
             channels = 1;
         }
-        return std::make_unique<VoiceChain>(voice, input, AudioFormat{static_cast<double>(kChainSampleRate), channels});
+        auto made = std::make_unique<VoiceChain>(voice, input, AudioFormat{static_cast<double>(kChainSampleRate), channels});
+        if (clean) clean->prepareGate(static_cast<int>(std::lround(EffectVoiceStage::latencySeconds(*made) * kChainSampleRate)));
+        return made;
     });
 
     QFile::remove(QString::fromStdString(destination));  // a failure here shows up when writing
@@ -119,6 +122,7 @@ void renderOffline(const std::string& source, const std::string& destination, co
         const int32_t result = chain->render(stereo, frames);
         if (result == status::insufficientData) continue;
         if (result != status::ok) throw VoiceEngineError(kRendererErrorMessage);
+        if (clean) clean->gateOutput(stereo, frames);
         chainTime += frames;
         const float* const* block = stereo.data;
         int got = frames;
