@@ -7,6 +7,9 @@
 #include "cli/SignalWatch.h"
 #include "cli/StdStreams.h"
 #include "cli/VoiceLookup.h"
+#include "cli/MicOptions.h"
+#include "control/HandsFree.h"
+#include "voices/VoiceStore.h"
 #include "engine/VoiceEngine.h"
 
 #include <cstdio>
@@ -75,6 +78,16 @@ int live(const Arguments& args) {
     engine.setOutputUID(devices.output, false);
     engine.setCallMode(args.has("--call"));
     engine.setHearMyself(args.has("--hear-myself"));
+    applyMicOptions(readMicOptions(args, true), engine, false);
+    VoiceStore store;
+    HandsFree handsFree(engine, store);
+    QObject::connect(&handsFree, &HandsFree::shortcutsChanged, [&handsFree, &args] {
+        if (!args.quiet()) std::fprintf(stderr, "%s\n", handsFree.shortcutHint().toUtf8().constData());
+    });
+    if (QString error; !handsFree.start(&error)) std::fprintf(stderr, "%s\n", error.toUtf8().constData());
+    QObject::connect(&engine.talk(), &TalkControl::statusChanged, [&engine, &args] {
+        if (engine.isLive() && !args.quiet()) std::fprintf(stderr, "%s\n", engine.talk().status().toUtf8().constData());
+    });
     quitOnSignals(&engine);
 
     bool started = false, stoppedByError = false;
@@ -88,6 +101,8 @@ int live(const Arguments& args) {
         if (started) return;
         started = true;
         report.started(voice.name, engine.liveGraph()->route(), engine.realtimeGrant());
+        if (!engine.talk().status().isEmpty() && !args.quiet())
+            std::fprintf(stderr, "%s\n", engine.talk().status().toUtf8().constData());
         if (seconds > 0) QTimer::singleShot(static_cast<int>(seconds * 1000), [] { QCoreApplication::quit(); });
         // The delay is known once both streams have reported their latency.
         QTimer::singleShot(1000, &engine, [&engine, &report] {
@@ -185,12 +200,14 @@ CommandRegistration liveCommand({
     "Talks live: your microphone in the voice NAME on the output device, until the\n"
     "time given with --seconds passes or Ctrl-C. The system microphone is always\n"
     "given back on the way out.\n",
-    {kVoice, kSet,
+    withMicOptions({kVoice, kSet,
      {"--call", "", "call mode: play into \"Parlova Mic\" and make it the system microphone,\n"
                     "so call apps hear the voice (install it first: 'parlova-cli mic install')"},
      {"--hear-myself", "", "in call mode, also play the voice on the output device (refused on\n"
                            "speakers, which would echo into the call)"},
      kInput, kOutput, {"--seconds", "N", "stop after N seconds"}, jsonOption("each status event"), quietOption()},
+     true),
+    "While live runs, 'parlova-cli control ...' drives it (push to talk, voices, bypass).\n"
     "With --json every event is one line on standard output: started (the voice and the\n"
     "devices), delay, waiting, error and stopped.\n",
     live});

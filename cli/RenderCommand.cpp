@@ -4,6 +4,7 @@
 #include "cli/StdStreams.h"
 #include "cli/VoiceLookup.h"
 #include "engine/VoiceEngine.h"
+#include "cli/MicOptions.h"
 
 #include <unistd.h>
 
@@ -23,6 +24,7 @@ int render(const Arguments& args) {
     VoiceEngine engine(nullptr, nullptr);
     engine.set(voice);
     engine.setBypass(args.has("--bypass"));
+    applyMicOptions(readMicOptions(args, false), engine, true);
     if (!engine.loadClip(QString::fromStdString(in.path()))) throw Failure(sentence(engine.errorMessage()));
     // Progress only where it helps: long clips, a line per tenth on a pipe.
     const bool showProgress = !args.quiet() && engine.clipDuration() >= 20.0;
@@ -52,13 +54,13 @@ CommandRegistration registration({
     "format: .m4a (AAC), .wav (32-bit float) or .flac (24-bit). INPUT may be wav, flac,\n"
     "ogg/opus, mp3 or m4a/aac at any sample rate. '-' as INPUT reads standard input\n"
     "(wav or flac); '-' as OUTPUT writes standard output (wav unless --type flac).\n",
-    {{"--voice", "NAME", "the voice to use: a stored voice or \"Natural\" (any letter case)", false, true},
+    withMicOptions({{"--voice", "NAME", "the voice to use: a stored voice or \"Natural\" (any letter case)", false, true},
      {"--set", "FIELD=VALUE", "change one setting for this render only, e.g. pitch=-300;\n"
                               "refused outside the range 'parlova-cli voices set --help' lists",
       true},
      {"--bypass", "", "render with your natural voice, as the window's bypass does"},
      {"--type", "TYPE", "wav or flac: the type written to standard output"},
-     quietOption()},
+     quietOption()}, false),
     "Example: parlova-cli render --voice \"Old Lady\" --set formant=3 talk.wav old.m4a\n"
     "         sox talk.wav -t wav - | parlova-cli render --voice Natural - - | play -\n",
     render,

@@ -82,7 +82,7 @@ bool ClipSession::exportClipAndWait(const QString& destination, const Voice& voi
     setExporting(true);
     bool ok = true;
     try {
-        renderOffline(clipURL_.toStdString(), destination.toStdString(), voice, progress);
+        renderOffline(clipURL_.toStdString(), destination.toStdString(), voice, progress, cleanMic_);
     } catch (const VoiceEngineError& error) {
         emit failed(QString(kExportFailedPrefix) + QString::fromStdString(error.errorDescription()));
         ok = false;
@@ -100,7 +100,7 @@ bool ClipSession::exportClip(const QString& destination, const Voice& voice, con
     emit exportProgressChanged();
     const std::string source = (sourcePath.isEmpty() ? clipURL_ : sourcePath).toStdString();
     QPointer<ClipSession> self(this);
-    exportThread_ = std::thread([self, source, destination, voice] {
+    exportThread_ = std::thread([self, source, destination, voice, cleanMic = cleanMic_] {
         QString failure;
         try {
             renderOffline(source, destination.toStdString(), voice, [self](double fraction) {
@@ -110,7 +110,7 @@ bool ClipSession::exportClip(const QString& destination, const Voice& voice, con
                     emit self->exportProgressChanged();
                 });
                 return true;
-            });
+            }, cleanMic);
         } catch (const VoiceEngineError& error) {
             failure = QString(kExportFailedPrefix) + QString::fromStdString(error.errorDescription());
         }

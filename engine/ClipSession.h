@@ -46,6 +46,8 @@ public:
     // `source` replaces the clip (a copy of it re-spoken in a cloned voice).
     bool exportClip(const QString& destination, const Voice& voice, const QString& source = {});
     bool exportClipAndWait(const QString& destination, const Voice& voice, const RenderProgress& progress);
+    // Exports pass through the clean-mic stage while this is set.
+    void setCleanMic(std::shared_ptr<const CleanMicControl> cleanMic) { cleanMic_ = std::move(cleanMic); }
 
     // Recording: begin() picks the file; the live route opens it once it runs.
     bool isRecording() const { return !recordingURL_.isEmpty(); }
@@ -82,6 +84,7 @@ private:
     bool isExporting_ = false;
     double exportProgress_ = 0;
     std::thread exportThread_;
+    std::shared_ptr<const CleanMicControl> cleanMic_;
     QString recordingURL_;
     std::shared_ptr<RecordingSink> sink_ = std::make_shared<RecordingSink>();
     bool isPlaying_ = false;

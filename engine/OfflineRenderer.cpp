@@ -2,8 +2,10 @@
 
 #include "engine/AudioFile.h"
 #include "engine/AudioFileSupport.h"
+#include "engine/CleanMic.h"
 #include "engine/GuardedAudio.h"
 #include "engine/RateConverter.h"
+#include "engine/VoiceStage.h"
 #include "engine/VoiceChain.h"
 
 #include <QFile>
@@ -56,7 +58,7 @@ long long renderedLength(long long sourceFrames, double sampleRate) {
 }
 
 void renderOffline(const std::string& source, const std::string& destination, const Voice& voice,
-                   const RenderProgress& progress) {
+                   const RenderProgress& progress, std::shared_ptr<const CleanMicControl> cleanMic) {
     if (!audioFileTypeForPath(destination)) {
         // Refuse before anything at the destination is touched.
         const std::string suffix = QFileInfo(QString::fromStdString(destination)).suffix().toStdString();
@@ -73,6 +75,7 @@ void renderOffline(const std::string& source, const std::string& destination, co
     // File rate -> chain rate on the way in, chain rate -> file rate on the way out.
     std::unique_ptr<RateConvertingSource> toChain;
     std::unique_ptr<RateConverter> fromChain;
+    std::unique_ptr<CleanMicSource> clean;
     std::unique_ptr<VoiceChain> chain = guardedAudio([&] {
         AudioSource* input = &player;
         if (converting) {
@@ -81,7 +84,15 @@ void renderOffline(const std::string& source, const std::string& destination, co
             fromChain = std::make_unique<RateConverter>(kChainSampleRate, format.sampleRate, 2, kRenderBlockFrames);
             input = toChain.get();
         }
-        return std::make_unique<VoiceChain>(voice, input, AudioFormat{static_cast<double>(kChainSampleRate), format.channels});
+        int channels = format.channels;
+        if (cleanMic) {
+            clean = std::make_unique<CleanMicSource>(*input, channels, kChainSampleRate, cleanMic, kRenderBlockFrames);
+            input = clean.get();
+            channels = 1;
+        }
+        auto made = std::make_unique<VoiceChain>(voice, input, AudioFormat{static_cast<double>(kChainSampleRate), channels});
+        if (clean) clean->prepareGate(static_cast<int>(std::lround(EffectVoiceStage::latencySeconds(*made) * kChainSampleRate)));
+        return made;
     });
 
     QFile::remove(QString::fromStdString(destination));  // a failure here shows up when writing
@@ -115,6 +126,7 @@ void renderOffline(const std::string& source, const std::string& destination, co
         const int32_t result = chain->render(stereo, frames);
         if (result == status::insufficientData) continue;
         if (result != status::ok) throw VoiceEngineError(kRendererErrorMessage);
+        if (clean) clean->gateOutput(stereo, frames);
         chainTime += frames;
         const float* const* block = stereo.data;
         int got = frames;

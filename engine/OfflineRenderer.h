@@ -7,9 +7,12 @@
 #include "voices/Voice.h"
 
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace parlova {
+
+struct CleanMicControl;
 
 inline constexpr int kRenderBlockFrames = 256;
 inline constexpr double kRenderTailSeconds = 0.8;
@@ -20,9 +23,10 @@ using RenderProgress = std::function<bool(double fraction)>;
 
 // Throws VoiceEngineError with a finished sentence on any failure. The output
 // has the source's rate and channel count and renderedLength() frames; its type
-// follows the extension.
+// follows the extension. With `cleanMic` the file first passes through the
+// clean-mic stage (mixed to mono), as the microphone does in live mode.
 void renderOffline(const std::string& source, const std::string& destination, const Voice& voice,
-                   const RenderProgress& progress = {});
+                   const RenderProgress& progress = {}, std::shared_ptr<const CleanMicControl> cleanMic = nullptr);
 
 // Frames an offline render of `sourceFrames` at `sampleRate` produces.
 long long renderedLength(long long sourceFrames, double sampleRate);

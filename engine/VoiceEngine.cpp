@@ -20,6 +20,19 @@ VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, QObject* pa
     inputUID_ = settings_->value(kInputDeviceKey).toString();
     outputUID_ = settings_->value(kOutputDeviceKey).toString();
     loadCloneSettings();
+    talk_.attach(settings_);
+    cleanMic_.attach(settings_);
+    clip_.setCleanMic(cleanMic_.activeControl());
+    connect(&talk_, &TalkControl::talkingChanged, this, [this] { live_.setAudible(liveAudible()); });
+    connect(&cleanMic_, &CleanMicSetting::enabledChanged, this, [this] {
+        clip_.setCleanMic(cleanMic_.activeControl());
+        // The stage is part of the route: rebuild a running one (a recording
+        // in progress keeps its route; the change applies at the next start).
+        if (live_.isRunning() && !isRecording_) {
+            tearDownLive();
+            updateLiveEngine();
+        }
+    });
 
     connect(&live_, &LiveSession::started, this, &VoiceEngine::liveRouteStarted);
     connect(&live_, &LiveSession::startFailed, this, &VoiceEngine::liveStartFailed);
@@ -128,7 +141,7 @@ void VoiceEngine::updateLiveEngine() {
     const bool wantCall = callMode_ && isLive_;
     if (live_.isRunning() && live_.graph()->route().isCall != wantCall) tearDownLive();
     if (!live_.isRunning() && !live_.isStarting()) startLive();
-    live_.setAudible(isLive_);
+    live_.setAudible(liveAudible());
 }
 
 LiveSession::Request VoiceEngine::liveRequest() {
@@ -138,7 +151,10 @@ LiveSession::Request VoiceEngine::liveRequest() {
     request.route.inputUID = inputUID_;
     request.route.outputUID = outputUID_;
     request.route.savedMicUID = call_.savedMic();
-    request.stage = clone_.isEmpty() ? EffectVoiceStage::factory(effectiveVoice()) : cloneStageFactory();
+    // Clean mic gates behind the effect chain, inside the shifter's delay; a
+    // cloned voice's stream is far longer, so it takes the microphone as it is.
+    request.stage = clone_.isEmpty() ? cleanMic_.wrap(EffectVoiceStage::factory(effectiveVoice()))
+                                     : cloneStageFactory();
     request.recordTap = [sink = clip_.sink()](const float* mono, int frames) { sink->write(&mono, frames); };
     QPointer<VoiceEngine> self(this);
     request.meterTap = [self](const float* mono, int frames) {
@@ -147,7 +163,7 @@ LiveSession::Request VoiceEngine::liveRequest() {
             if (self) self->feedMeter(level);
         });
     };
-    request.audible = isLive_;
+    request.audible = liveAudible();
     return request;
 }
 
@@ -167,7 +183,7 @@ void VoiceEngine::liveRouteStarted() {
     ensureModulator();
     chains_.setLive(graph->chain());
     applyVoiceToChains();  // edits made while the route was starting
-    graph->setAudible(isLive_);
+    graph->setAudible(liveAudible());
     if (graph->route().isCall) call_.useVirtualCableAsSystemMic(live_.startTable());
     if (isRecording_) clip_.openRecordingFile(graph->recordingFormat());
     startCloneStream();

@@ -12,12 +12,14 @@
 #include "devices/BackendJobs.h"
 #include "engine/ActiveChains.h"
 #include "engine/CallMode.h"
+#include "engine/CleanMicSetting.h"
 #include "engine/ClipSession.h"
 #include "engine/LevelMonitor.h"
 #include "engine/LiveSession.h"
 #include "engine/Modulator.h"
 #include "cloning/CloneLatency.h"
 #include "cloning/ClonedVoice.h"
+#include "engine/TalkControl.h"
 #include "voices/Voice.h"
 
 #include <QObject>
@@ -53,6 +55,8 @@ class VoiceEngine : public QObject {
     Q_PROPERTY(QString outputUID READ outputUID WRITE setOutputUID NOTIFY devicesChosen)
     Q_PROPERTY(bool isConverting READ isConverting NOTIFY isConvertingChanged)
     Q_PROPERTY(bool isStreamStarting READ isStreamStarting NOTIFY isStreamStartingChanged)
+    Q_PROPERTY(parlova::TalkControl* talk READ talkControl CONSTANT)
+    Q_PROPERTY(parlova::CleanMicSetting* cleanMic READ cleanMicSetting CONSTANT)
 
 public:
     static constexpr const char* kInputDeviceKey = "inputDeviceUID";
@@ -136,6 +140,12 @@ public:
     void setHearMyself(bool on);
     CallMode& callModePart() { return call_; }
 
+    // Talk modes (push to talk or mute) and the clean-mic input stage.
+    TalkControl& talk() { return talk_; }
+    TalkControl* talkControl() { return &talk_; }
+    CleanMicSetting& cleanMic() { return cleanMic_; }
+    CleanMicSetting* cleanMicSetting() { return &cleanMic_; }
+
     // Recording and playback of the clip.
     bool isRecording() const { return isRecording_; }
     void toggleRecording();
@@ -207,6 +217,8 @@ private:
     void startCloneStream();
     void stopCloneStream();
     void cloneBypassChanged();
+    // Live output on: live mode is on and the talk mode lets the voice through.
+    bool liveAudible() const { return isLive_ && talk_.isTalking(); }
 
     QSettings* settings_;
     std::unique_ptr<QSettings> ownedSettings_;
@@ -239,6 +251,8 @@ private:
     bool isConverting_ = false;
     QString convertedTemp_;  // a clip re-spoken in the cloned voice; deleted when playback stops
     std::unique_ptr<CloneRoute> cloneRoute_;
+    TalkControl talk_;
+    CleanMicSetting cleanMic_;
 };
 
 }  // namespace parlova

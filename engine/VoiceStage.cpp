@@ -11,8 +11,8 @@ constexpr double kShifterLatencySeconds = 0.06 + 0.015;
 EffectVoiceStage::EffectVoiceStage(const Voice& voice, AudioSource& input, const AudioFormat& inputFormat)
     : chain_(std::make_shared<VoiceChain>(voice, &input, inputFormat)) {}
 
-double EffectVoiceStage::latencySeconds() const {
-    return kShifterLatencySeconds + chain_->limiter().latencyFrames() / chain_->format().sampleRate;
+double EffectVoiceStage::latencySeconds(VoiceChain& chain) {
+    return kShifterLatencySeconds + chain.limiter().latencyFrames() / chain.format().sampleRate;
 }
 
 VoiceStageFactory EffectVoiceStage::factory(const Voice& voice) {

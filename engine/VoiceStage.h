@@ -32,8 +32,10 @@ public:
     EffectVoiceStage(const Voice& voice, AudioSource& input, const AudioFormat& inputFormat);
     explicit EffectVoiceStage(std::shared_ptr<VoiceChain> chain) : chain_(std::move(chain)) {}
     int32_t render(BufferList& out, int frames) noexcept override { return chain_->render(out, frames); }
-    double latencySeconds() const override;
+    double latencySeconds() const override { return latencySeconds(*chain_); }
     std::shared_ptr<VoiceChain> chain() const override { return chain_; }
+    // The delay of a chain from its input to its output.
+    static double latencySeconds(VoiceChain& chain);
 
     static VoiceStageFactory factory(const Voice& voice);
 

@@ -57,7 +57,7 @@ TEST_F(CloneCli, VoicesSamplesAndTheSentencesOfFailures) {
         {{"convert", "Granny", sample, home.filePath("out.wav")}, 1, "Set up voice cloning on a cloned voice's page first."},
         {{"rename", "Granny", "Grandma"}, 0, ""},
         {{"list"}, 0, "Grandma\t3 s of samples"},
-        {{"frobnicate", "Grandma"}, 2, "Unknown clone subcommand \"frobnicate\"."},
+        {{"frobnicate", "Grandma"}, 2, "\"frobnicate\" isn't an action of clone."},
     };
     for (const auto& step : steps) {
         const auto r = clone(step.args);

@@ -1,7 +1,9 @@
 // The render path must never touch the heap: the capture side (fan-out, the
-// recording tap, the bridge write) and the output side (bridge read, the whole
-// chain, the meter tap, the volume ramp, the monitor bridge) of a live route,
-// and the rate conversion of clip playback, run with allocation counting on.
+// recording tap, the bridge write) and the output side (bridge read, the
+// clean-mic stage, the whole chain, the meter tap, the volume ramp, the
+// monitor bridge) of a live route, and the rate conversion of clip playback,
+// run with allocation counting on.
+#include "engine/CleanMic.h"
 #include "engine/LiveGraph.h"
 #include "engine/RateConverter.h"
 #include "support/FakeBackend.h"
@@ -76,7 +78,7 @@ TEST(RenderAllocation, LiveRouteAndPlaybackConversionNeverAllocate) {
     Voice voice = Voice::builtIns()[0];  // every stage active: shift, vibrato, grain, EQ, reverb, tremolo
     voice.targetPitch = 200;
     std::atomic<int> recorded{0};
-    LiveGraph graph(backend, route, EffectVoiceStage::factory(voice),
+    LiveGraph graph(backend, route, CleanMicStage::wrap(EffectVoiceStage::factory(voice), std::make_shared<CleanMicControl>()),
                     [&](const float*, int frames) { recorded += frames; }, [](const float*, int) {}, {});
     ASSERT_EQ(backend.outputs.size(), 2u);  // the output, then the monitor
     graph.start();

@@ -1,0 +1,50 @@
+// parlova-cli control: drives the running Parlova (the app or "parlova-cli
+// live") over its local control channel, so any desktop can bind keys to it.
+#include "cli/Command.h"
+#include "control/ControlServer.h"
+
+#include <QJsonDocument>
+
+#include <cstdio>
+
+namespace parlova::cli {
+namespace {
+
+// Sends "ACTION OPERAND..." and prints the answer: results on stdout, a
+// refusal on stderr with exit status 1.
+int send(const std::string& action, const Arguments& args) {
+    QStringList words{QString::fromStdString(action)};
+    for (const auto& operand : args.operands()) words << QString::fromStdString(operand);
+    const bool json = args.has("--json");
+    if (json) words << QStringLiteral("--json");
+    const ControlReply reply = sendControlRequest(words.join(QLatin1Char(' ')));
+    if (reply.ok && json)
+        std::printf("%s\n", QJsonDocument(reply.status).toJson(QJsonDocument::Compact).constData());
+    else
+        std::fprintf(reply.ok ? stdout : stderr, "%s\n", reply.message.toUtf8().constData());
+    return reply.ok ? kExitOk : kExitFailure;
+}
+
+CommandRegistration action(const std::string& name, const std::string& summary, const std::string& operand,
+                           std::vector<Option> options = {}) {
+    std::vector<std::string> operands;
+    if (!operand.empty()) operands.push_back(operand);
+    return CommandRegistration({"control " + name, summary, operands, summary + ".\n", std::move(options), "",
+                                [name](const Arguments& args) { return send(name, args); }});
+}
+
+int needsAction(const Arguments&) { throw UsageError("Name an action: ptt, bypass, voice, live or status."); }
+
+CommandRegistration control({"control", "Control the running Parlova (push to talk, voices, live)", {},
+                             "Sends an action to the running Parlova (the app, or 'parlova-cli live') over its\n"
+                             "private local socket. Bind these to keys in your desktop's keyboard settings, for\n"
+                             "example 'parlova-cli control ptt press' on key press and '... ptt release' on release.\n",
+                             {}, "", needsAction});
+CommandRegistration ptt = action("ptt", "Hold or let go of the push-to-talk key", "press|release|toggle");
+CommandRegistration bypass = action("bypass", "Turn the natural voice on or off", "on|off|toggle");
+CommandRegistration voice = action("voice", "Switch to the next, the previous or a named voice", "next|prev|NAME");
+CommandRegistration live = action("live", "Start or stop talking live", "start|stop");
+CommandRegistration status = action("status", "Say what runs now", "", {jsonOption("the status")});
+
+}  // namespace
+}  // namespace parlova::cli

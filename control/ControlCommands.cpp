@@ -1,0 +1,166 @@
+#include "control/ControlCommands.h"
+
+#include "engine/VoiceEngine.h"
+#include "voices/VoiceStore.h"
+
+#include <QJsonDocument>
+
+#include <algorithm>
+
+namespace parlova {
+
+namespace {
+
+ControlReply done(const QString& message) { return {true, message, {}}; }
+ControlReply refused(const QString& message) { return {false, message, {}}; }
+
+QString quoted(const QString& text) { return QStringLiteral("\u201c%1\u201d").arg(text); }
+
+constexpr const char* kCommandList = "ptt, bypass, voice, live or status";
+
+}  // namespace
+
+QByteArray ControlReply::toLine() const {
+    QJsonObject object{{"ok", ok}, {"message", message}};
+    if (!status.isEmpty()) object.insert("status", status);
+    return QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
+}
+
+ControlReply ControlReply::fromLine(const QByteArray& line) {
+    const QJsonDocument document = QJsonDocument::fromJson(line.trimmed());
+    if (!document.isObject() || !document.object().value("message").isString())
+        return refused(QStringLiteral("Parlova sent an answer that could not be read."));
+    const QJsonObject object = document.object();
+    return {object.value("ok").toBool(), object.value("message").toString(), object.value("status").toObject()};
+}
+
+ControlReply ControlCommands::runLine(const QString& line) {
+    const QString trimmed = line.trimmed();
+    QStringList words = trimmed.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    // "voice NAME": the name is the rest of the line, spaces and all.
+    if (words.size() > 2 && words.front() == QLatin1String("voice"))
+        words = {words.front(), trimmed.mid(trimmed.indexOf(QLatin1Char(' '))).trimmed()};
+    return run(words);
+}
+
+ControlReply ControlCommands::run(const QStringList& words) {
+    if (words.isEmpty()) return refused(QStringLiteral("No command was given; use %1.").arg(kCommandList));
+    const QString command = words.front().toLower();
+    const QString argument = words.size() > 1 ? words.at(1) : QString();
+    if (command == QLatin1String("status")) {
+        if (words.size() > 2 || (!argument.isEmpty() && argument != QLatin1String("--json")))
+            return refused(QStringLiteral("\u201cstatus\u201d takes nothing or --json."));
+        ControlReply reply = done({});
+        reply.status = status();
+        reply.message = statusText(reply.status);
+        return reply;
+    }
+    using Handler = ControlReply (ControlCommands::*)(const QString&);
+    struct Entry {
+        const char* name;
+        Handler handler;
+        const char* needs;
+    };
+    static const Entry table[] = {
+        {"ptt", &ControlCommands::ptt, "press, release or toggle"},
+        {"bypass", &ControlCommands::bypass, "on, off or toggle"},
+        {"voice", &ControlCommands::voice, "next, prev or a voice's name"},
+        {"live", &ControlCommands::live, "start or stop"},
+    };
+    for (const Entry& entry : table) {
+        if (command != QLatin1String(entry.name)) continue;
+        if (words.size() != 2 || argument.isEmpty())
+            return refused(QStringLiteral("%1 needs %2.").arg(quoted(command), QLatin1String(entry.needs)));
+        ControlReply reply = (this->*entry.handler)(argument);
+        if (!reply.ok && reply.message.isEmpty())
+            reply.message = QStringLiteral("%1 needs %2, not %3.")
+                                .arg(quoted(command), QLatin1String(entry.needs), quoted(argument));
+        return reply;
+    }
+    return refused(QStringLiteral("Unknown command %1; use %2.").arg(quoted(words.front()), kCommandList));
+}
+
+ControlReply ControlCommands::ptt(const QString& action) {
+    TalkControl& talk = engine_.talk();
+    if (action == QLatin1String("press")) talk.setKeyHeld(true);
+    else if (action == QLatin1String("release")) talk.setKeyHeld(false);
+    else if (action == QLatin1String("toggle")) talk.toggleKey();
+    else return refused({});
+    if (talk.mode() == TalkMode::always)
+        return done(QStringLiteral("Talking (the talk mode is \u201calways\u201d, so the key changes nothing)."));
+    return done(talk.status() + QLatin1Char('.'));
+}
+
+ControlReply ControlCommands::bypass(const QString& action) {
+    if (action == QLatin1String("on")) engine_.setBypass(true);
+    else if (action == QLatin1String("off")) engine_.setBypass(false);
+    else if (action == QLatin1String("toggle")) engine_.setBypass(!engine_.bypass());
+    else return refused({});
+    return done(engine_.bypass() ? QStringLiteral("Natural voice is on.") : QStringLiteral("Natural voice is off."));
+}
+
+ControlReply ControlCommands::voice(const QString& which) {
+    const auto& voices = store_.voices();
+    std::optional<Voice> chosen;
+    const bool next = which == QLatin1String("next"), prev = which == QLatin1String("prev");
+    if ((next || prev) && !voices.empty()) {
+        const auto current = std::find_if(voices.begin(), voices.end(),
+                                          [&](const Voice& v) { return v.id == engine_.voice().id; });
+        const long count = static_cast<long>(voices.size());
+        long index = current == voices.end() ? (next ? -1 : 0) : current - voices.begin();
+        index = ((index + (next ? 1 : -1)) % count + count) % count;
+        chosen = voices[static_cast<size_t>(index)];
+    } else if (which.compare(Voice::natural().name, Qt::CaseInsensitive) == 0) {
+        chosen = Voice::natural();
+    } else if (!next && !prev) {
+        chosen = store_.find(which);
+    }
+    if (!chosen) return refused(QStringLiteral("There is no voice named %1.").arg(quoted(which)));
+    engine_.set(*chosen);
+    return done(QStringLiteral("Voice: %1.").arg(chosen->name));
+}
+
+ControlReply ControlCommands::live(const QString& action) {
+    const bool start = action == QLatin1String("start");
+    if (!start && action != QLatin1String("stop")) return refused({});
+    if (engine_.isLive() != start) engine_.toggleLive();
+    return done(start ? QStringLiteral("Live is on.") : QStringLiteral("Live is off."));
+}
+
+QJsonObject ControlCommands::status() const {
+    const TalkControl& talk = engine_.talk();
+    QJsonObject status{
+        {"live", engine_.isLive()},
+        {"startingLive", engine_.isStartingLive()},
+        {"callMode", engine_.callMode()},
+        {"voice", engine_.voice().name},
+        {"bypass", engine_.bypass()},
+        {"talkMode", talkModeName(talk.mode())},
+        {"talking", talk.isTalking()},
+        {"talkStatus", talk.status()},
+        {"cleanMic", engine_.cleanMic().enabled()},
+        {"gateDb", static_cast<double>(engine_.cleanMic().gateDb())},
+        {"error", engine_.errorMessage()},
+    };
+    if (shortcutHint_) status.insert("shortcuts", shortcutHint_());
+    return status;
+}
+
+QString ControlCommands::statusText(const QJsonObject& s) const {
+    const auto onOff = [&](const char* key) { return s.value(key).toBool() ? QStringLiteral("on") : QStringLiteral("off"); };
+    QStringList lines{
+        QStringLiteral("Live: %1%2").arg(onOff("live"), s.value("callMode").toBool() ? QStringLiteral(" (call mode)") : QString()),
+        QStringLiteral("Voice: %1").arg(s.value("voice").toString()),
+        QStringLiteral("Natural voice: %1").arg(onOff("bypass")),
+        QStringLiteral("Talk mode: %1%2").arg(s.value("talkMode").toString(),
+                                               s.value("talkStatus").toString().isEmpty()
+                                                   ? QString()
+                                                   : QStringLiteral(" (%1)").arg(s.value("talkStatus").toString())),
+        QStringLiteral("Clean up my mic: %1").arg(onOff("cleanMic")),
+    };
+    if (s.contains("shortcuts")) lines << QStringLiteral("Shortcuts: %1").arg(s.value("shortcuts").toString());
+    if (!s.value("error").toString().isEmpty()) lines << s.value("error").toString();
+    return lines.join(QLatin1Char('\n'));
+}
+
+}  // namespace parlova

@@ -1,0 +1,58 @@
+#pragma once
+// The commands of the local control channel, applied to an engine and the
+// voice list: the same words "parlova-cli control" takes, one request per
+// line. A request that is not understood changes nothing and is answered with
+// a sentence saying why.
+//
+// Words: ptt press|release|toggle, bypass on|off|toggle, voice next|prev|NAME,
+// live start|stop, status [--json].
+//
+// Main thread only.
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+namespace parlova {
+
+class VoiceEngine;
+class VoiceStore;
+
+struct ControlReply {
+    bool ok = false;
+    QString message;     // a finished sentence (or the status lines)
+    QJsonObject status;  // filled for "status"
+
+    // One line of the wire format: {"ok":..., "message":..., "status":{...}}.
+    QByteArray toLine() const;
+    // Reads a reply line; a damaged one becomes a failed reply that says so.
+    static ControlReply fromLine(const QByteArray& line);
+};
+
+class ControlCommands {
+public:
+    ControlCommands(VoiceEngine& engine, VoiceStore& store) : engine_(engine), store_(store) {}
+
+    // A sentence on which global-shortcut mechanism is active, for the status.
+    void setShortcutHint(std::function<QString()> hint) { shortcutHint_ = std::move(hint); }
+
+    ControlReply run(const QStringList& words);
+    // Splits a request line on white space (a voice name may contain spaces).
+    ControlReply runLine(const QString& line);
+
+    QJsonObject status() const;
+
+private:
+    ControlReply ptt(const QString& action);
+    ControlReply bypass(const QString& action);
+    ControlReply voice(const QString& which);
+    ControlReply live(const QString& action);
+    QString statusText(const QJsonObject& status) const;
+
+    VoiceEngine& engine_;
+    VoiceStore& store_;
+    std::function<QString()> shortcutHint_;
+};
+
+}  // namespace parlova

@@ -1,0 +1,98 @@
+#pragma once
+// "Clean up my mic": an input stage in front of the voice stage. It takes the
+// microphone (any channel count, mixed to mono), lowers steady room noise with
+// the speexdsp preprocessor and closes a noise gate between words, so fan hiss
+// and keyboard clatter are not pitch-shifted into a warble.
+//
+// It adds no delay of its own. The denoiser works on 5 ms frames and trails by
+// one frame: both are served by reading that far ahead of its consumer from
+// the source (inside the microphone bridge's cushion, or the file), so output
+// sample n is input sample n denoised. The gate decides on the denoised
+// signal as it passes but applies its gain behind the voice stage, whose own
+// delay (the shifter's blocks) gives its lookahead for free. Everything is made
+// in the constructor; pull() is real-time safe.
+#include "dsp/AudioBuffers.h"
+#include "dsp/NoiseGate.h"
+#include "dsp/SpeexDenoiser.h"
+#include "engine/VoiceStage.h"
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+namespace parlova {
+
+// The user's setting, shared with running stages: the threshold may change at
+// any time (read once per block with relaxed order: a lone float).
+struct CleanMicControl {
+    static constexpr float kDefaultGateDb = -45.0f;
+    std::atomic<float> gateDb{kDefaultGateDb};
+};
+
+class CleanMicSource final : public AudioSource {
+public:
+    static constexpr double kFrameSeconds = 0.005;
+    static constexpr int kSuppressDb = -30;
+    static constexpr int kMaxPullFrames = 4096;
+
+    // `input` delivers `inputChannels` channels at `sampleRate` and takes pulls
+    // of at most `inputMaxFrames`.
+    CleanMicSource(AudioSource& input, int inputChannels, double sampleRate,
+                   std::shared_ptr<const CleanMicControl> control, int inputMaxFrames = kMaxPullFrames);
+
+    // Mono, denoised, into every buffer of `out`; at most kMaxPullFrames. A
+    // status other than ok from the input is passed on, and what was taken is kept.
+    int32_t pull(BufferList& out, int frames) noexcept override;
+
+    // The gate is applied downstream, where the audio trails this source by
+    // `delayFrames` (the voice stage's own delay), so its lookahead costs no
+    // delay. Call once, before any pull.
+    void prepareGate(int delayFrames);
+    // Audio thread, after the stage rendered `frames` more frames from this
+    // source: gates them in place.
+    void gateOutput(BufferList& out, int frames) noexcept;
+
+    // How far ahead of its consumer it reads, at most, in frames.
+    int readAheadFrames() const { return frameSize_ + denoiser_.delayFrames(); }
+
+private:
+    int32_t fillFrame() noexcept;
+    float gainAt(int64_t sample) const noexcept;
+
+    AudioSource& input_;
+    int inputChannels_, inputMaxFrames_, frameSize_;
+    std::shared_ptr<const CleanMicControl> control_;
+    SpeexDenoiser denoiser_;
+    NoiseGate gate_;
+    std::vector<std::vector<float>> inputBlock_;  // one pull of the input, per channel
+    std::vector<float> frame_;                   // the frame being gathered
+    std::vector<float> raw_, rawBefore_;         // it before denoising, and the frame before that
+    int frameFill_ = 0;
+    std::vector<float> ready_;                   // cleaned samples not yet handed on
+    int readyStart_ = 0, readyCount_ = 0;
+    int skip_;  // the denoiser's delay, dropped once so output lines up with input
+    // The gate's gains by sample number (a ring), and the stage's delay.
+    std::vector<float> gains_, frameGains_;
+    int64_t analysed_ = 0;  // samples the gate has seen
+    int64_t gated_ = 0;     // samples of output gated so far
+    int delayFrames_ = 0;
+};
+
+// A voice stage whose input passes through the clean-mic stage first.
+class CleanMicStage final : public VoiceStage {
+public:
+    CleanMicStage(AudioSource& input, double sampleRate, const VoiceStageFactory& inner,
+                  std::shared_ptr<const CleanMicControl> control);
+    int32_t render(BufferList& out, int frames) noexcept override;
+    double latencySeconds() const override { return inner_->latencySeconds(); }
+    std::shared_ptr<VoiceChain> chain() const override { return inner_->chain(); }
+
+    // `inner` fed through the clean-mic stage.
+    static VoiceStageFactory wrap(VoiceStageFactory inner, std::shared_ptr<const CleanMicControl> control);
+
+private:
+    std::unique_ptr<CleanMicSource> clean_;
+    std::unique_ptr<VoiceStage> inner_;
+};
+
+}  // namespace parlova
