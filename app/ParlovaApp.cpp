@@ -9,10 +9,14 @@
 namespace parlova {
 
 ParlovaApp::ParlovaApp(const Options& options)
-    : store_(&settings_), engine_(&settings_), devices_(), cloner_(), library_({}, &settings_), micSetup_(&devices_) {
+    : store_(&settings_), engine_(&settings_), devices_(), cloner_(), library_({}, &settings_), micSetup_(&devices_),
+      handsFree_(engine_, store_) {
     engine_.setCloner(&cloner_);
+    // Keys and commands from outside; another Parlova already listening keeps them.
+    QString handsFreeError;
+    if (!handsFree_.start(&handsFreeError)) qInfo("%s", qPrintable(handsFreeError));
     window_ = std::make_unique<ui::MainWindow>(
-        ui::AppModel{store_, engine_, devices_, micSetup_, library_, cloner_, settings_});
+        ui::AppModel{store_, engine_, devices_, micSetup_, library_, cloner_, settings_, &handsFree_});
     addAppMenuItems();
     if (ui::TrayIcon::desktopHasTray()) {
         tray_ = std::make_unique<ui::TrayIcon>(

@@ -4,6 +4,7 @@
 // the window means while a call runs.
 #include "cloning/CloneLibrary.h"
 #include "cloning/VoiceCloner.h"
+#include "control/HandsFree.h"
 #include "devices/AudioDeviceList.h"
 #include "devices/VirtualMic.h"
 #include "engine/VoiceEngine.h"
@@ -47,6 +48,7 @@ private:
     VoiceCloner cloner_;
     CloneLibrary library_;
     VirtualMicSetup micSetup_;
+    HandsFree handsFree_;
     std::unique_ptr<ui::MainWindow> window_;
     std::unique_ptr<ui::TrayIcon> tray_;
 };

@@ -4,6 +4,7 @@
 #include "cloning/VoiceCloner.h"
 #include "engine/VoiceEngine.h"
 #include "ui/ClonePage.h"
+#include "ui/MicPanel.h"
 #include "ui/Icons.h"
 #include "ui/Summaries.h"
 #include "ui/TransportCard.h"
@@ -86,6 +87,8 @@ MainWindow::MainWindow(AppModel model, QWidget* parent) : QMainWindow(parent), m
     cardLayout->setContentsMargins(6, 6, 6, 6);
     transport_ = new TransportCard(model_.engine, model_.devices, model_.micSetup, card);
     cardLayout->addWidget(transport_);
+    micPanel_ = new MicPanel(model_.engine, model_.handsFree, card);
+    cardLayout->addWidget(micPanel_);
     rightLayout->addWidget(card);
     splitter->addWidget(right);
     splitter->setStretchFactor(1, 1);

@@ -17,6 +17,7 @@ class QSettings;
 namespace parlova {
 class AudioDeviceList;
 class CloneLibrary;
+class HandsFree;
 class VoiceCloner;
 class VirtualMicSetup;
 class VoiceEngine;
@@ -26,6 +27,7 @@ class VoiceStore;
 namespace parlova::ui {
 
 class ClonePage;
+class MicPanel;
 class TransportCard;
 class VoicePage;
 
@@ -38,6 +40,7 @@ struct AppModel {
     CloneLibrary& library;
     VoiceCloner& cloner;
     QSettings& settings;
+    HandsFree* handsFree;  // null where nothing listens for keys or commands
 };
 
 class MainWindow : public QMainWindow {
@@ -49,6 +52,7 @@ public:
     VoicePage* voicePage() const { return voicePage_; }
     ClonePage* clonePage() const { return clonePage_; }
     TransportCard* transport() const { return transport_; }
+    MicPanel* micPanel() const { return micPanel_; }
     // The page the detail area shows: "placeholder", "voice", "clone" or "micDenied".
     QString currentPage() const;
     // Selects the first voice, else the first cloned voice, whose name
@@ -95,6 +99,7 @@ private:
     ClonePage* clonePage_;
     QWidget* micDenied_;
     TransportCard* transport_;
+    MicPanel* micPanel_;
     QMenu* appMenu_ = nullptr;
     QAction* liveAction_ = nullptr;
     QAction* recordAction_ = nullptr;

@@ -101,6 +101,8 @@ TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, Virt
                         &VoiceEngine::bypassChanged, &VoiceEngine::cloneChanged, &VoiceEngine::cloneLatencyChanged,
                         &VoiceEngine::isConvertingChanged, &VoiceEngine::isStreamStartingChanged})
         connect(&engine_, signal, this, &TransportCard::refresh);
+    connect(&engine_.talk(), &TalkControl::statusChanged, this, &TransportCard::refresh);
+    connect(&engine_.talk(), &TalkControl::talkModeChanged, this, &TransportCard::refresh);
     connect(&engine_, &VoiceEngine::exportProgressChanged, this,
             [this] { exportBar_->setValue(int(engine_.exportProgress() * 100)); });
     // The delay is measured, not published: read it twice a second while live.
@@ -158,7 +160,9 @@ void TransportCard::refresh() {
     exportBar_->setVisible(s.isExporting);
     cloneDelay_->setVisible(s.isCloned);
     cloneDelay_->setCurrentIndex(cloneDelay_->findData(rawValue(engine_.cloneLatency())));
-    status_->setText(transportStatus(s));
+    // While a key decides whether the voice is heard, say which way it is now.
+    QString talk = s.isLive && engine_.talk().mode() != TalkMode::always ? engine_.talk().status() : QString();
+    status_->setText(talk.isEmpty() ? transportStatus(s) : transportStatus(s) + " " + talk);
     if (s.isLive && !delayTimer_.isActive()) delayTimer_.start();
     if (!s.isLive) delayTimer_.stop();
     refreshDelay();

@@ -21,6 +21,7 @@ TrayIcon::TrayIcon(VoiceEngine& engine, VoiceStore& store, std::function<void()>
     for (auto signal : {&VoiceEngine::liveStateChanged, &VoiceEngine::callModeChanged, &VoiceEngine::bypassChanged,
                         &VoiceEngine::voiceChanged})
         connect(&engine_, signal, this, &TrayIcon::refreshIcon);
+    connect(&engine_.talk(), &TalkControl::statusChanged, this, &TrayIcon::refreshIcon);
     rebuildMenu();
     refreshIcon();
 }
@@ -56,6 +57,7 @@ void TrayIcon::refreshIcon() {
         state = "Parlova: live as " + engine_.voice().name;
     }
     if (engine_.isLive() && engine_.bypass()) state += " (natural voice)";
+    if (engine_.isLive() && engine_.talk().mode() != TalkMode::always) state += "\n" + engine_.talk().status();
     icon_.setIcon(appIcon(accent));
     icon_.setToolTip(state);
 }

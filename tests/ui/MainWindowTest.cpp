@@ -11,6 +11,7 @@
 #include "ui/ClonePage.h"
 #include "ui/FieldSlider.h"
 #include "ui/MainWindow.h"
+#include "ui/MicPanel.h"
 #include "ui/Summaries.h"
 #include "ui/TransportCard.h"
 #include "ui/TransportStatus.h"
@@ -34,7 +35,7 @@ struct Harness {
           engine(&settings, &backend), devices(&backend), setup(&devices),
           cloner(VoiceClonerOptions{dir.filePath("support"), {}, {}, QProcessEnvironment::systemEnvironment()}),
           library(dir.filePath("ClonedVoices"), &settings),
-          window(AppModel{store, engine, devices, setup, library, cloner, settings}) {
+          window(AppModel{store, engine, devices, setup, library, cloner, settings, nullptr}) {
         engine.setCloner(&cloner);
         QTRY_VERIFY(!devices.inputs().empty());
     }
@@ -216,6 +217,20 @@ private slots:
         QCOMPARE(h.engine.clone().samples.size(), 1);  // the engine follows the new sample
         QVERIFY(h.window.selectVoiceNamed("Old Lady"));
         QVERIFY(h.engine.clone().isEmpty());
+    }
+
+    void pushToTalkIsSaidWhileLive() {
+        Harness h;
+        h.window.micPanel()->talkModePicker()->setCurrentIndex(1);
+        emit h.window.micPanel()->talkModePicker()->activated(1);
+        QCOMPARE(h.engine.talk().mode(), TalkMode::pushToTalk);
+        QVERIFY(!h.window.micPanel()->shortcutHint()->isHidden());
+        h.engine.toggleLive();
+        QTRY_VERIFY(h.window.transport()->status().contains("Push to talk: hold"));
+        h.engine.talk().setKeyHeld(true);
+        QVERIFY(h.window.transport()->status().endsWith("Talking"));
+        h.engine.toggleLive();
+        QTRY_VERIFY(!h.window.transport()->status().contains("Push to talk"));
     }
 
     void aRefusedMicrophoneShowsItsOwnScreen() {
