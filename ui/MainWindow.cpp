@@ -136,22 +136,20 @@ QWidget* MainWindow::makeSidebarColumn() {
     // Stacked, so the sidebar stays narrow and the page keeps the room.
     auto* buttons = new QVBoxLayout;
     buttons->setSpacing(2);
-    auto* newVoice = new QToolButton(column);
-    newVoice->setText("New Voice from Selected");
-    newVoice->setIcon(themedIcon("list-add", QStyle::SP_FileDialogNewFolder));
-    newVoice->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    newVoice->setAutoRaise(true);
-    newVoice->setToolTip("Make an editable copy of the selected voice");
-    connect(newVoice, &QToolButton::clicked, this, &MainWindow::newVoiceFromSelected);
-    buttons->addWidget(newVoice);
-    auto* newClone = new QToolButton(column);
-    newClone->setText("New Cloned Voice");
-    newClone->setIcon(themedIcon("contact-new", QStyle::SP_FileDialogNewFolder));
-    newClone->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    newClone->setAutoRaise(true);
-    newClone->setToolTip("Clone a real speaker's voice from samples (yours, or with their permission)");
-    connect(newClone, &QToolButton::clicked, this, &MainWindow::newClonedVoice);
-    buttons->addWidget(newClone);
+    auto addButton = [&](const QString& text, const char* icon, const QString& tip, void (MainWindow::*action)()) {
+        auto* button = new QToolButton(column);
+        button->setText(text);
+        button->setIcon(themedIcon(icon, QStyle::SP_FileDialogNewFolder));
+        button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+        button->setAutoRaise(true);
+        button->setToolTip(tip);
+        connect(button, &QToolButton::clicked, this, action);
+        buttons->addWidget(button);
+    };
+    addButton("New Voice from Selected", "list-add", "Make an editable copy of the selected voice",
+              &MainWindow::newVoiceFromSelected);
+    addButton("New Cloned Voice", "contact-new",
+              "Clone a real speaker's voice from samples (yours, or with their permission)", &MainWindow::newClonedVoice);
     layout->addLayout(buttons);
     sidebar_ = new Sidebar(column);
     layout->addWidget(sidebar_, 1);
