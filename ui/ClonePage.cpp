@@ -322,6 +322,8 @@ void ClonePage::refreshTakes() {
         });
         auto* text = new QLabel(QString::asprintf("%.1f s · ", take.duration) + take.text, row);
         text->setToolTip(take.text);
+        // Long texts give way to the buttons; the whole text is in the tooltip.
+        text->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
         text->setMinimumWidth(80);
         line->addWidget(play);
         line->addWidget(folder);
