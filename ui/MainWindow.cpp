@@ -18,6 +18,7 @@
 #include <QMessageBox>
 #include <QProcess>
 #include <QPushButton>
+#include <QScreen>
 #include <QScrollArea>
 #include <QSplitter>
 #include <QToolButton>
@@ -52,7 +53,9 @@ MainWindow::MainWindow(AppModel model, QWidget* parent) : QMainWindow(parent), m
     setWindowTitle("Parlova");
     setWindowIcon(appIcon());
     setMinimumSize(760, 560);
-    resize(980, 720);
+    // Tall enough for a page above the controls, within the screen's room.
+    QSize room = screen() ? screen()->availableSize() * 0.9 : QSize(1000, 820);
+    resize(std::min(1000, room.width()), std::min(820, room.height()));
 
     auto* splitter = new QSplitter(this);
     splitter->setChildrenCollapsible(false);
