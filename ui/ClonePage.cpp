@@ -11,6 +11,7 @@
 #include "engine/VoiceEngine.h"
 #include "ui/Icons.h"
 
+#include <QApplication>
 #include <QDesktopServices>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -94,6 +95,9 @@ ClonePage::ClonePage(CloneLibrary& library, VoiceCloner& cloner, VoiceEngine& en
     layout->addWidget(makeSpeech());
     layout->addStretch(1);
 
+    connect(qApp, &QApplication::focusChanged, this, [this] {
+        if (samplesStale_ && !editingTranscript()) QTimer::singleShot(0, this, &ClonePage::refreshSamples);
+    });
     recordingTimer_.setInterval(200);
     connect(&recordingTimer_, &QTimer::timeout, this, &ClonePage::recordingTick);
     connect(&library_, &CloneLibrary::voicesChanged, this, &ClonePage::refresh);
@@ -256,7 +260,19 @@ void ClonePage::refreshSetup() {
     clonerStatus_->setText(state == VoiceCloner::State::installing ? QString() : cloner_.status());
 }
 
+bool ClonePage::editingTranscript() const {
+    QWidget* focus = QApplication::focusWidget();
+    return focus && samples_->isAncestorOf(focus) && qobject_cast<QLineEdit*>(focus);
+}
+
 void ClonePage::refreshSamples() {
+    // Rebuilding the rows under the user's typing would lose it: wait until
+    // the transcript field is left.
+    if (editingTranscript()) {
+        samplesStale_ = true;
+        return;
+    }
+    samplesStale_ = false;
     clearLayout(samplesLayout_);
     auto voice = library_.voice(voiceID_);
     if (!voice) return;

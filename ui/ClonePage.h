@@ -54,6 +54,7 @@ private:
     void refresh();
     void refreshSetup();
     void refreshSamples();
+    bool editingTranscript() const;
     void refreshTakes();
     void refreshGenerate();
     void newScript();
@@ -102,6 +103,7 @@ private:
     QElapsedTimer recordingClock_;
     QTimer recordingTimer_;
     QSet<QUuid> transcribing_;
+    bool samplesStale_ = false;  // rows to rebuild once the transcript field is left
 };
 
 }  // namespace parlova::ui

@@ -214,7 +214,20 @@ private slots:
         QVERIFY(marked);  // 6 s is kept but marked
         page->consent()->setChecked(true);
         QVERIFY(page->blocker()->isHidden());
+
+        // Typing in a transcript survives the library changing underneath.
+        h.window.show();
+        QVERIFY(QTest::qWaitForWindowActive(&h.window));
+        auto* transcript = page->samplesBox()->findChild<QLineEdit*>();
+        transcript->setFocus();
+        QTRY_VERIFY(transcript->hasFocus());
+        QTest::keyClicks(transcript, " And more");
+        h.library.rename(h.library.find("My Voice")->id, "My Own Voice");
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QCOMPARE(page->samplesBox()->findChild<QLineEdit*>()->text(), "Hello there. And more");
         QCOMPARE(h.engine.clone().samples.size(), 1);  // the engine follows the new sample
+        h.window.sidebar()->setFocus();  // leaving the field saves it
+        QTRY_COMPARE(h.library.find("My Own Voice")->samples[0].transcript, "Hello there. And more");
         QVERIFY(h.window.selectVoiceNamed("Old Lady"));
         QVERIFY(h.engine.clone().isEmpty());
     }
