@@ -21,6 +21,7 @@
 #include "devices/pulse/PulseLoop.h"
 #include "engine/AudioFile.h"
 #include "engine/VoiceEngine.h"
+#include "StallWatch.h"
 #include "support/Dropouts.h"
 #include "common/VoiceEngineError.h"
 #include "voices/Voice.h"
@@ -492,6 +493,11 @@ struct Options {
     double dropoutSeconds = 0;  // only the dropout count, for this long
 };
 
+// Wake-ups of the reference thread later than this count as the machine's own
+// freezes; past the output the server holds for us, one is heard as a break.
+constexpr double kMachineStallMs = 5;
+constexpr double kOutputQueuedMs = 15;
+
 // A steady tone into the microphone, "Parlova Mic" recorded by another client
 // (this probe's own stream), and the breaks counted as a caller hears them.
 // The microphone itself is recorded alongside: a break there is the feed's
@@ -502,7 +508,9 @@ int measureDropouts(pulse::PulseLoop& loop, BurstPlayer& player, double seconds,
     StampedRecorder call(loop, VirtualMic::kSourceName, seconds);
     StampedRecorder mic(loop, "fake_mic", seconds);
     if (!call.connect() || !mic.connect()) return -1;
+    bench::StallWatch watch(kMachineStallMs);
     pump(static_cast<int>(seconds * 1000));
+    watch.stop();
     std::vector<float> heard, fed;
     std::vector<StampedRecorder::Stamp> stamps;
     call.snapshot(&heard, &stamps);
@@ -517,6 +525,12 @@ int measureDropouts(pulse::PulseLoop& loop, BurstPlayer& player, double seconds,
         file->write(channels, static_cast<int>(heard.size()));
         file->finish();
     }
+    const auto& stalls = watch.stallsMs();
+    const auto longer = std::count_if(stalls.begin(), stalls.end(), [](double ms) { return ms > kOutputQueuedMs; });
+    std::printf("The machine itself froze a reference thread (%s) %zu times by more than %.0f ms, %ld of them by"
+                " more than the %.0f ms of output the server holds (longest %.0f ms).\n",
+                describe(watch.grant()), stalls.size(), kMachineStallMs, static_cast<long>(longer), kOutputQueuedMs,
+                watch.longestMs());
     return analysis::countDropouts(heard, kRate);
 }
 

@@ -68,7 +68,7 @@ const char* describe(RealtimeGrant grant) {
     switch (grant) {
     case RealtimeGrant::rtkit: return "real-time priority (rtkit)";
     case RealtimeGrant::scheduler: return "real-time priority (sched_setscheduler)";
-    case RealtimeGrant::none: return "normal priority (real-time scheduling was refused)";
+    case RealtimeGrant::none: return "normal priority (real-time scheduling not granted)";
     case RealtimeGrant::unknown: break;
     }
     return "not started";
