@@ -62,7 +62,7 @@ void Reverb::prepare(const AudioFormat& format, int maxFrames) {
         earlyOut_[s].assign(static_cast<size_t>(std::max(maxFrames, 1)), 0.0f);
     }
     monoIn_.assign(static_cast<size_t>(std::max(maxFrames, 1)), 0.0f);
-    early_.buffer.assign(static_cast<size_t>(longestEarly + 1), 0.0f);
+    early_.buffer.assign(static_cast<size_t>(longestEarly + std::max(maxFrames, 1)), 0.0f);
     clearState();
     appliedMix_ = mixPercent_.load(std::memory_order_relaxed) / 100.0f;
     prepared_ = true;
@@ -85,57 +85,101 @@ void Reverb::clearState() noexcept {
 }
 
 void Reverb::renderWet(const float* input, int frames) noexcept {
-    // Early reflections, sample by sample over the shared input history (the
-    // newest sample sits at its position), and what feeds each side's tail.
+    // Early reflections over the shared input history. The block goes into
+    // the history first (it holds the longest tap plus a whole block, so
+    // nothing a tap still needs is overwritten), then each tap adds its
+    // delayed copy over the block in stretches that end where the history
+    // wraps, tap by tap in the same order a sample-by-sample sum takes.
     const int historySize = static_cast<int>(early_.buffer.size());
-    for (int i = 0; i < frames; ++i) {
-        early_.buffer[static_cast<size_t>(early_.position)] = input[i];
-        for (int s = 0; s < kSides; ++s) {
-            const Side& side = sides_[static_cast<size_t>(s)];
-            float early = 0.0f;
-            for (int t = 0; t < kEarlyTaps; ++t) {
-                int at = early_.position - side.earlyTaps[static_cast<size_t>(t)];
-                if (at < 0) at += historySize;
-                early += kEarlyGain[t] * early_.buffer[static_cast<size_t>(at)];
+    const int first = early_.position;
+    for (int i = 0; i < frames;) {
+        const int run = std::min(frames - i, historySize - early_.position);
+        std::copy_n(input + i, run, early_.buffer.data() + early_.position);
+        i += run;
+        early_.position += run;
+        if (early_.position == historySize) early_.position = 0;
+    }
+    for (int s = 0; s < kSides; ++s) {
+        const Side& side = sides_[static_cast<size_t>(s)];
+        float* early = earlyOut_[s].data();
+        std::fill_n(early, frames, 0.0f);
+        for (int t = 0; t < kEarlyTaps; ++t) {
+            const float gain = kEarlyGain[t];
+            int at = first - side.earlyTaps[static_cast<size_t>(t)];
+            if (at < 0) at += historySize;
+            for (int i = 0; i < frames;) {
+                const int run = std::min(frames - i, historySize - at);
+                const float* from = early_.buffer.data() + at;
+                for (int k = 0; k < run; ++k) early[i + k] += gain * from[k];
+                i += run;
+                at += run;
+                if (at == historySize) at = 0;
             }
-            earlyOut_[s][static_cast<size_t>(i)] = early;
-            tailIn_[s][static_cast<size_t>(i)] = (input[i] + early * 0.5f) * kTailInputGain;
         }
-        if (++early_.position == historySize) early_.position = 0;
+        float* feed = tailIn_[s].data();
+        for (int i = 0; i < frames; ++i) feed[i] = (input[i] + early[i] * 0.5f) * kTailInputGain;
     }
 
-    // The tail, one delay line at a time over the whole block: each line's
-    // state stays in registers, and every sample sees the same arithmetic in
-    // the same order as a sample-by-sample loop would give it.
+    // The tail, two comb lines at a time over the whole block, in stretches
+    // that end where a line wraps: the lines' states stay in registers, the
+    // two recursions overlap, and no sample pays for a wrap test. Every sample
+    // still sees the same arithmetic in the same order (comb by comb into the
+    // sum) as a sample-by-sample loop would give it.
+    static_assert(kCombs % 2 == 0);
     for (int s = 0; s < kSides; ++s) {
         Side& side = sides_[static_cast<size_t>(s)];
         float* tail = wet_[s].data();
         const float* feed = tailIn_[s].data();
         std::fill_n(tail, frames, 0.0f);
-        for (Comb& comb : side.combs) {
-            float* line = comb.line.buffer.data();
-            const int length = static_cast<int>(comb.line.buffer.size());
-            int position = comb.line.position;
-            float damped = comb.damped;
-            for (int i = 0; i < frames; ++i) {
-                const float delayed = line[position];
-                damped = delayed * (1.0f - kDamping) + damped * kDamping;
-                line[position] = feed[i] + damped * comb.feedback;
-                if (++position == length) position = 0;
-                tail[i] += delayed;
+        for (int c = 0; c < kCombs; c += 2) {
+            Comb& a = side.combs[static_cast<size_t>(c)];
+            Comb& b = side.combs[static_cast<size_t>(c + 1)];
+            float* lineA = a.line.buffer.data();
+            float* lineB = b.line.buffer.data();
+            const int lengthA = static_cast<int>(a.line.buffer.size());
+            const int lengthB = static_cast<int>(b.line.buffer.size());
+            int posA = a.line.position, posB = b.line.position;
+            float dampedA = a.damped, dampedB = b.damped;
+            const float feedbackA = a.feedback, feedbackB = b.feedback;
+            for (int i = 0; i < frames;) {
+                const int run = std::min({frames - i, lengthA - posA, lengthB - posB});
+                float* la = lineA + posA;
+                float* lb = lineB + posB;
+                for (int k = 0; k < run; ++k) {
+                    const float delayedA = la[k];
+                    const float delayedB = lb[k];
+                    dampedA = delayedA * (1.0f - kDamping) + dampedA * kDamping;
+                    dampedB = delayedB * (1.0f - kDamping) + dampedB * kDamping;
+                    la[k] = feed[i + k] + dampedA * feedbackA;
+                    lb[k] = feed[i + k] + dampedB * feedbackB;
+                    tail[i + k] = (tail[i + k] + delayedA) + delayedB;
+                }
+                i += run;
+                posA += run;
+                posB += run;
+                if (posA == lengthA) posA = 0;
+                if (posB == lengthB) posB = 0;
             }
-            comb.line.position = position;
-            comb.damped = damped;
+            a.line.position = posA;
+            b.line.position = posB;
+            a.damped = dampedA;
+            b.damped = dampedB;
         }
         for (DelayLine& allpass : side.allpasses) {
             float* line = allpass.buffer.data();
             const int length = static_cast<int>(allpass.buffer.size());
             int position = allpass.position;
-            for (int i = 0; i < frames; ++i) {
-                const float delayed = line[position];
-                line[position] = tail[i] + delayed * kAllpassFeedback;
-                tail[i] = delayed - tail[i];
-                if (++position == length) position = 0;
+            for (int i = 0; i < frames;) {
+                const int run = std::min(frames - i, length - position);
+                float* l = line + position;
+                for (int k = 0; k < run; ++k) {
+                    const float delayed = l[k];
+                    l[k] = tail[i + k] + delayed * kAllpassFeedback;
+                    tail[i + k] = delayed - tail[i + k];
+                }
+                i += run;
+                position += run;
+                if (position == length) position = 0;
             }
             allpass.position = position;
         }
