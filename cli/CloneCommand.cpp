@@ -243,17 +243,14 @@ int recordSample(CloneLibrary& library, const ClonedVoice& voice, const Args& a)
     QObject::connect(&engine, &VoiceEngine::errorMessageChanged, [&engine] { say(engine.errorMessage()); });
     quitOnSignals(&engine);
     const double limit = std::min(*seconds, SampleRecording::kAutoStopSeconds);
-    QObject::connect(&engine, &VoiceEngine::liveStarted, [&] {
-        say(QString::asprintf("Recording for %.0f s\xE2\x80\xA6", limit));
-        QTimer::singleShot(int(limit * 1000), [&engine] {
-            if (engine.isRecording()) engine.toggleRecording();
-        });
-    });
+    QObject::connect(&engine, &VoiceEngine::liveStarted,
+                     [&] { say(QString::asprintf("Recording for %.0f s\xE2\x80\xA6", limit)); });
     QObject::connect(&engine, &VoiceEngine::recordingChanged, [&] {
         if (!engine.isRecording()) QCoreApplication::quit();
     });
     engine.toggleRecording();
     if (!engine.isRecording()) return 1;
+    engine.stopRecordingAfter(limit);
     QCoreApplication::exec();
     if (engine.isRecording()) engine.toggleRecording();
     if (engine.clipURL().isEmpty()) return 1;

@@ -12,6 +12,8 @@
 #include "voices/VoiceStore.h"
 #include "engine/VoiceEngine.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace parlova::cli {
@@ -140,15 +142,12 @@ int record(const Arguments& args) {
     QObject::connect(&engine, &VoiceEngine::recordingChanged, [&] {
         if (!engine.isRecording()) QCoreApplication::quit();
     });
-    // The clock starts once the microphone is open.
     QObject::connect(&engine, &VoiceEngine::liveStarted, [&] {
         report.status(QString("Recording for %1 s\xE2\x80\xA6").arg(seconds, 0, 'f', 1));
-        QTimer::singleShot(static_cast<int>(seconds * 1000), [&engine] {
-            if (engine.isRecording()) engine.toggleRecording();
-        });
     });
     engine.toggleRecording();
     if (!engine.isRecording()) return kExitFailure;
+    engine.stopRecordingAfter(seconds);
     QCoreApplication::exec();
     if (engine.isRecording()) engine.toggleRecording();
     if (engine.clipURL().isEmpty()) return kExitFailure;
@@ -157,14 +156,16 @@ int record(const Arguments& args) {
         auto file = AudioFileWriter::create(out.path(), in->format());
         std::vector<const float*> channels;
         for (int c = 0; c < in->format().channels; ++c) channels.push_back(in->channelData(c));
-        file->write(channels.data(), static_cast<int>(in->frameLength()));
+        // The recording stops at the first block past the length asked for.
+        const auto wanted = static_cast<int64_t>(std::llround(seconds * in->format().sampleRate));
+        file->write(channels.data(), static_cast<int>(std::min<int64_t>(in->frameLength(), wanted)));
         file->finish();
     } catch (const VoiceEngineError& error) {
         throw Failure(out.describe("Couldn't save the recording: " + std::string(error.what())));
     }
     out.deliver();
     if (!out.isStdout())
-        report.status(QString("Recorded %1 s into %2").arg(engine.clipDuration(), 0, 'f', 2).arg(out.path().c_str()));
+        report.status(QString("Recorded %1 s into %2").arg(std::min(engine.clipDuration(), seconds), 0, 'f', 2).arg(out.path().c_str()));
     return kExitOk;
 }
 

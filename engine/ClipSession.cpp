@@ -148,6 +148,11 @@ void ClipSession::finishRecording() {
     try {
         file->finish();
         file.reset();
+        if (sink_->framesWritten() == 0) {
+            QFile::remove(path);
+            emit failed(kNothingRecordedMessage);
+            return;
+        }
         const QString previous = ownRecording_;
         ownRecording_ = path;
         if (load(path)) {

@@ -24,6 +24,8 @@ class ActiveChains;
 
 inline constexpr const char* kCouldNotOpenPrefix = "Couldn't open that audio file: ";
 inline constexpr const char* kExportFailedPrefix = "Export failed: ";
+inline constexpr const char* kNothingRecordedMessage =
+    "Nothing was recorded: the microphone sent no sound before the recording stopped.";
 
 // The user's private folder for recordings in progress (mode 0700, under the
 // runtime folder, else the cache folder); made on first use.

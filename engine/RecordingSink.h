@@ -4,6 +4,8 @@
 // a failed write loses that buffer and recording goes on.
 #include "engine/AudioFile.h"
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 
@@ -18,6 +20,7 @@ public:
     void setFile(std::unique_ptr<AudioFileWriter> file) {
         std::lock_guard guard(lock_);
         file_ = std::move(file);
+        frames_.store(0, std::memory_order_relaxed);
     }
     // Takes the file out (the caller finishes it); null when none was open.
     std::unique_ptr<AudioFileWriter> takeFile() {
@@ -29,13 +32,19 @@ public:
         if (!file_) return;
         try {
             file_->write(channels, frames);
+            frames_.fetch_add(frames, std::memory_order_relaxed);
         } catch (const VoiceEngineError&) {
             // The buffer is lost; the recording goes on.
         }
     }
 
+    // Frames in the current file so far. Any thread; relaxed: a count to
+    // show or compare, nothing else is published through it.
+    int64_t framesWritten() const { return frames_.load(std::memory_order_relaxed); }
+
 private:
     mutable std::mutex lock_;
+    std::atomic<int64_t> frames_{0};
     std::unique_ptr<AudioFileWriter> file_;
 };
 

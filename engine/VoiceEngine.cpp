@@ -9,6 +9,11 @@
 
 namespace parlova {
 
+namespace {
+// How often a recording with a length checks how much it holds.
+constexpr int kRecordingCheckMs = 10;
+}  // namespace
+
 VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, QObject* parent)
     : QObject(parent), settings_(settings), backend_(backend), jobs_(BackendJobs::shared()),
       voice_(Voice::builtIns().front()), meter_(this),
@@ -281,6 +286,21 @@ void VoiceEngine::toggleRecording() {
     setRecording(true);
     updateLiveEngine();  // the live input runs (muted) even when live mode is off
     if (live_.isRunning()) clip_.openRecordingFile(live_.graph()->recordingFormat());
+}
+
+double VoiceEngine::recordedSeconds() const {
+    return static_cast<double>(clip_.sink()->framesWritten()) / LiveGraph::kSampleRate;
+}
+
+void VoiceEngine::stopRecordingAfter(double seconds) {
+    auto* check = new QTimer(this);
+    check->setInterval(kRecordingCheckMs);
+    connect(check, &QTimer::timeout, this, [this, check, seconds] {
+        if (isRecording_ && recordedSeconds() < seconds) return;
+        check->deleteLater();
+        if (isRecording_) finishRecording();
+    });
+    check->start();
 }
 
 void VoiceEngine::finishRecording() {

@@ -149,6 +149,12 @@ public:
     // Recording and playback of the clip.
     bool isRecording() const { return isRecording_; }
     void toggleRecording();
+    // Seconds of audio in the recording so far (0 before the microphone's first sound).
+    double recordedSeconds() const;
+    // Ends the recording in progress once it holds `seconds` of audio. The
+    // audio is counted, not the time since asking: a microphone can take a
+    // moment to deliver its first sound.
+    void stopRecordingAfter(double seconds);
     bool isPlaying() const { return clip_.isPlaying(); }
     void startPlayback() { clone_.isEmpty() || bypass_ ? clip_.play(effectiveVoice(), outputUID_) : playClipInClone(); }
     void stopPlayback() { clip_.stopPlayback(); }

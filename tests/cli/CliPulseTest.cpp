@@ -4,7 +4,13 @@
 // mic and live mode have their own tests.
 #include "cli/CliProcess.h"
 #include "devices/VirtualMic.h"
+#include "engine/ClipSession.h"
 #include "support/PulseServer.h"
+#include "support/TestAudio.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTemporaryDir>
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -143,4 +149,25 @@ TEST_F(CliPulse, AMicrophoneLeftOnParlovaMicByAKilledCallIsGivenBack) {
         EXPECT_TRUE(r.err.contains("it is \"Fake Microphone\" again.")) << r.err.toStdString();
         EXPECT_EQ(defaultSource(), "fake_mic") << command.join(' ').toStdString();
     }
+}
+
+// The length asked for is audio, however long the microphone takes to send its
+// first sound, and the recording in progress does not outlive the command.
+TEST_F(CliPulse, RecordTakesTheLengthAskedForAndLeavesNothingBehind) {
+    namespace ta = parlova::testaudio;
+    QTemporaryDir dir;
+    const std::string feedPath = dir.filePath("tone.wav").toStdString(), out = dir.filePath("take.wav").toStdString();
+    ASSERT_TRUE(ta::writeWav(feedPath, {48000.0, {ta::tone(220, 48000, 48000, 0.4f)}}));
+    parlova::testpulse::MicFeed feed(feedPath, true);
+    for (const double seconds : {1.0, 2.5}) {
+        const Result r = runCli({"record", "--seconds", QString::number(seconds), QString::fromStdString(out)});
+        ASSERT_EQ(r.code, 0) << r.err.toStdString();
+        const ta::Audio take = ta::readAudioFile(out);
+        EXPECT_EQ(take.frames(), std::llround(seconds * take.sampleRate));
+        const auto& mono = take.channels.front();
+        EXPECT_NEAR(ta::fundamental(mono, take.sampleRate, mono.size() / 2, mono.size() / 3), 220.0, 3.0);
+    }
+    const QFileInfo folder(parlova::recordingsFolder());
+    EXPECT_TRUE(QDir(folder.filePath()).isEmpty());
+    EXPECT_EQ(folder.permissions() & (QFile::ReadGroup | QFile::ReadOther | QFile::ExeOther), 0);
 }
