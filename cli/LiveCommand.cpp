@@ -119,7 +119,9 @@ int live(const Arguments& args) {
     engine.toggleLive();
     const int code = QCoreApplication::exec();
     QObject::disconnect(liveEnded);
+    const bool stillWaiting = !started && engine.isStartingLive();
     if (engine.isLive()) engine.toggleLive();  // stops and gives the real microphone back
+    if (stillWaiting) report.error("Live mode did not start: the sound server never answered.");
     if (!started || stoppedByError) return code == 0 ? kExitFailure : code;
     report.stopped();
     return kExitOk;
