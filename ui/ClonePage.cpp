@@ -395,7 +395,6 @@ void ClonePage::toggleSampleRecording() {
     }
     if (!recordingSample_) {
         recordingSample_ = true;
-        recordingClock_.start();
         recordingTimer_.start();
         engine_.toggleRecording();
     } else {
@@ -405,7 +404,9 @@ void ClonePage::toggleSampleRecording() {
 }
 
 void ClonePage::recordingTick() {
-    double elapsed = recordingClock_.elapsed() / 1000.0;
+    // The audio held so far, not the time since the button: the microphone
+    // may take a moment to send its first sound.
+    const double elapsed = engine_.recordedSeconds();
     recordHint_->setText(QString::asprintf("%.0f s — ", elapsed) + SampleRecording::progressWord(elapsed) + "  " +
                          SampleRecording::hint());
     if (SampleRecording::shouldAutoStop(elapsed) && engine_.isRecording()) engine_.toggleRecording();

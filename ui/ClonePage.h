@@ -9,7 +9,6 @@
 
 #include <QCheckBox>
 #include <QComboBox>
-#include <QElapsedTimer>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QProgressBar>
@@ -100,7 +99,6 @@ private:
     QVBoxLayout* takesLayout_;
 
     bool recordingSample_ = false;
-    QElapsedTimer recordingClock_;
     QTimer recordingTimer_;
     QSet<QUuid> transcribing_;
     bool samplesStale_ = false;  // rows to rebuild once the transcript field is left
