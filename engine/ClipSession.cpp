@@ -126,6 +126,7 @@ bool ClipSession::exportClip(const QString& destination, const Voice& voice, con
 
 void ClipSession::beginRecording() {
     stopPlayback();
+    sink_->setFile(nullptr);  // no file yet, and the last recording's count goes
     recordingURL_ = QDir(recordingsFolder()).filePath(QStringLiteral("recording-") +
                                                       QUuid::createUuid().toString(QUuid::WithoutBraces) + ".wav");
 }

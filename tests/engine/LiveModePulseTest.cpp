@@ -161,6 +161,13 @@ TEST_F(LiveModePulse, RecordingUsesTheMutedLiveInputAndBecomesTheClip) {
     EXPECT_GT(engine.clipDuration(), 1.3);
     EXPECT_LT(engine.clipDuration(), 1.6);
     EXPECT_LT(testaudio::rms(speakers.stop()), 1e-4);  // nothing was heard while only recording
+
+    // A recording with a length counts its own audio, not the last one's.
+    engine.toggleRecording();
+    engine.stopRecordingAfter(0.5);
+    ASSERT_TRUE(waitUntil([&] { return !engine.isRecording(); }, 8000));
+    EXPECT_GE(engine.clipDuration(), 0.5);
+    EXPECT_LT(engine.clipDuration(), 0.6);
 }
 
 // The command-line tool in call mode, ended by SIGTERM and by SIGKILL: the real
