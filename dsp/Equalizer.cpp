@@ -153,6 +153,15 @@ void Equalizer::refreshIfChanged() noexcept {
 namespace {
 // Flush denormal-range residue so a silent tail costs nothing.
 double flushed(double z) { return std::fabs(z) < 1e-30 ? 0.0 : z; }
+
+// One sample through one band, transposed direct form II.
+template <typename C>
+inline float biquad(const C& c, double x, double& z1, double& z2) {
+    const double y = c.b0 * x + z1;
+    z1 = c.b1 * x - c.a1 * y + z2;
+    z2 = c.b2 * x - c.a2 * y;
+    return static_cast<float>(y);
+}
 }  // namespace
 
 void Equalizer::process(BufferList& buffers, int frames) noexcept {
@@ -173,15 +182,8 @@ void Equalizer::process(BufferList& buffers, int frames) noexcept {
                 State& sr = state_[static_cast<size_t>(ch + 1)][static_cast<size_t>(b)];
                 double l1 = sl.z1, l2 = sl.z2, r1 = sr.z1, r2 = sr.z2;
                 for (int i = 0; i < frames; ++i) {
-                    const double xl = left[i], xr = right[i];
-                    const double yl = c.b0 * xl + l1;
-                    const double yr = c.b0 * xr + r1;
-                    l1 = c.b1 * xl - c.a1 * yl + l2;
-                    r1 = c.b1 * xr - c.a1 * yr + r2;
-                    l2 = c.b2 * xl - c.a2 * yl;
-                    r2 = c.b2 * xr - c.a2 * yr;
-                    left[i] = static_cast<float>(yl);
-                    right[i] = static_cast<float>(yr);
+                    left[i] = biquad(c, left[i], l1, l2);
+                    right[i] = biquad(c, right[i], r1, r2);
                 }
                 sl = {flushed(l1), flushed(l2)};
                 sr = {flushed(r1), flushed(r2)};
@@ -192,13 +194,7 @@ void Equalizer::process(BufferList& buffers, int frames) noexcept {
                 if (data == nullptr) continue;
                 State& s = state_[static_cast<size_t>(ch + side)][static_cast<size_t>(b)];
                 double z1 = s.z1, z2 = s.z2;
-                for (int i = 0; i < frames; ++i) {
-                    const double x = data[i];
-                    const double y = c.b0 * x + z1;
-                    z1 = c.b1 * x - c.a1 * y + z2;
-                    z2 = c.b2 * x - c.a2 * y;
-                    data[i] = static_cast<float>(y);
-                }
+                for (int i = 0; i < frames; ++i) data[i] = biquad(c, data[i], z1, z2);
                 s = {flushed(z1), flushed(z2)};
             }
         }
