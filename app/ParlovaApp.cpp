@@ -30,17 +30,47 @@ ParlovaApp::ParlovaApp(const Options& options)
         qApp->setQuitOnLastWindowClosed(false);
     }
     window_->setCloseHandler([this] { return windowMayClose(); });
+    // A second launch hands its options over instead of making a second engine.
+    handsFree_.commands().setOpenHandler([this](const QJsonObject& object) {
+        Options options = fromJson(object);
+        QString error;
+        const bool ok = apply(options, &error);
+        if (!options.minimized) showWindow();
+        return ControlReply{ok, ok ? QStringLiteral("Parlova is open.") : error, {}};
+    });
 
-    if (!options.voice.isEmpty() && !window_->selectVoiceNamed(options.voice))
-        engine_.setErrorMessage(QString("There is no voice named \u201c%1\u201d.").arg(options.voice));
-    if (options.call) engine_.setCallMode(true);
-    if (options.live && !engine_.isLive()) engine_.toggleLive();
-
+    if (QString error; !apply(options, &error)) engine_.setErrorMessage(error);
     if (options.minimized && tray_) return;  // the tray icon is the way in
     if (options.minimized)
         window_->showMinimized();
     else
         window_->show();
+}
+
+bool ParlovaApp::apply(const Options& options, QString* error) {
+    bool ok = true;
+    if (!options.voice.isEmpty() && !window_->selectVoiceNamed(options.voice)) {
+        *error = QString("There is no voice named \u201c%1\u201d.").arg(options.voice);
+        ok = false;
+    }
+    if (options.call) engine_.setCallMode(true);
+    if (options.live && !engine_.isLive()) engine_.toggleLive();
+    return ok;
+}
+
+QJsonObject ParlovaApp::toJson(const Options& options) {
+    QJsonObject object{{"show", !options.minimized}, {"call", options.call}, {"live", options.live}};
+    if (!options.voice.isEmpty()) object.insert("voice", options.voice);
+    return object;
+}
+
+ParlovaApp::Options ParlovaApp::fromJson(const QJsonObject& object) {
+    Options options;
+    options.minimized = !object.value("show").toBool(true);
+    options.call = object.value("call").toBool();
+    options.live = object.value("live").toBool();
+    options.voice = object.value("voice").toString();
+    return options;
 }
 
 // The views go first; live mode stops while the cloner it may stream through

@@ -12,6 +12,8 @@
 #include "ui/TrayIcon.h"
 #include "voices/VoiceStore.h"
 
+#include <QJsonObject>
+
 #include <memory>
 
 namespace parlova {
@@ -37,7 +39,14 @@ public:
     // Brings the window up, raised and focused.
     void showWindow();
 
+    // The start options as a second launch hands them over, and back.
+    static QJsonObject toJson(const Options& options);
+    static Options fromJson(const QJsonObject& object);
+
 private:
+    // Applies start options: those of this launch, or a later one's.
+    // False with the sentence in `error` when a named voice does not exist.
+    bool apply(const Options& options, QString* error);
     bool windowMayClose();
     void addAppMenuItems();
 

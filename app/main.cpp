@@ -2,11 +2,17 @@
 #include "app/ParlovaApp.h"
 #include "app/Screenshot.h"
 #include "cli/SignalWatch.h"
+#include "control/ControlServer.h"
 #include "devices/LegacyMigration.h"
+#include "engine/LiveOwner.h"
+#include "engine/SessionLock.h"
+
+#include <QJsonDocument>
 
 #include <QApplication>
 #include <QCommandLineParser>
 
+#include <cstdio>
 #include <cstring>
 
 int main(int argc, char** argv) {
@@ -46,6 +52,23 @@ int main(int argc, char** argv) {
     options.voice = parser.value(voice);
     options.call = parser.isSet(call);
     options.live = parser.isSet(live);
+
+    // One app per session: a second launch hands its options to the first
+    // (which shows its window) and ends.
+    const QString who = QStringLiteral("the Parlova window (process %1)").arg(QCoreApplication::applicationPid());
+    parlova::SessionLock instance(parlova::sessionRuntimePath(QStringLiteral("parlova-app.lock")));
+    if (!instance.tryAcquire({QCoreApplication::applicationPid(), who, QStringLiteral("app"),
+                              parlova::controlSocketPath()})) {
+        const QByteArray request =
+            "open " + QJsonDocument(parlova::ParlovaApp::toJson(options)).toJson(QJsonDocument::Compact);
+        const parlova::ControlReply reply = parlova::sendControlRequest(QString::fromUtf8(request), 5000,
+                                                                        parlova::controlSocketPath());
+        if (reply.ok) return 0;
+        std::fprintf(stderr, "Parlova is already running, but it did not take this launch's options: %s\n",
+                     reply.message.toUtf8().constData());
+        return 1;
+    }
+    parlova::LiveOwner::setIdentity(who);
     parlova::ParlovaApp parlovaApp(options);
     // A logout or kill ends through the event loop, so the engine still puts
     // the real microphone back.

@@ -491,6 +491,7 @@ void report(const char* what, const std::vector<double>& ms, int bursts) {
 struct Options {
     double seconds = 10;
     double dropoutSeconds = 0;  // only the dropout count, for this long
+    bool stalls = false;        // the delay readout against the measured delay around stalls
 };
 
 // Wake-ups of the reference thread later than this count as the machine's own
@@ -548,6 +549,67 @@ double liveCpuPercent(VoiceEngine& engine, double seconds, const char* serverPid
     *serverPercent = server0 && server1 ? 100 * (*server1 - *server0) / wall : NAN;
     *underruns = (engine.liveGraph() ? engine.liveGraph()->micBridge()->underruns() : 0) - underrunsBefore;
     return 100 * cpu / wall;
+}
+
+// The measured delay of a window of `seconds`, beside what the engine showed
+// meanwhile (its readout, sampled every 50 ms).
+struct DelayWindow {
+    double measuredMs = std::nan("");
+    std::vector<double> readoutMs;
+    int unknown = 0;  // samples where the engine showed no delay
+};
+
+DelayWindow delayWindow(VoiceEngine& engine, pulse::PulseLoop& loop, double seconds) {
+    DelayWindow window;
+    StampedRecorder reference(loop, "fake_mic", seconds);
+    StampedRecorder virtualMic(loop, VirtualMic::kSourceName, seconds);
+    if (!reference.connect() || !virtualMic.connect()) return window;
+    for (int waited = 0; waited < seconds * 1000; waited += 50) {
+        pump(50);
+        if (const auto delay = engine.liveDelayEstimate()) window.readoutMs.push_back(*delay * 1000);
+        else ++window.unknown;
+    }
+    Timeline ref, out;
+    reference.snapshot(&ref.x, &ref.stamps);
+    virtualMic.snapshot(&out.x, &out.stamps);
+    if (!ref.stamps.empty() && !out.stamps.empty()) window.measuredMs = median(measure(ref, out).xcorrMs);
+    return window;
+}
+
+void reportWindow(const char* when, const DelayWindow& w) {
+    if (w.readoutMs.empty()) {
+        std::printf("  %-28s measured %6.1f ms   readout: none shown (%d samples)\n", when, w.measuredMs, w.unknown);
+        return;
+    }
+    const double shown = median(w.readoutMs);
+    std::printf("  %-28s measured %6.1f ms   readout median %6.1f (min %6.1f, max %6.1f; none %d)   "
+                "difference %+6.1f ms\n",
+                when, w.measuredMs, shown, *std::min_element(w.readoutMs.begin(), w.readoutMs.end()),
+                *std::max_element(w.readoutMs.begin(), w.readoutMs.end()), w.unknown, shown - w.measuredMs);
+}
+
+// Stops a process for a second from a helper shell in the background (so
+// the process may be this one), and lets the event loop run meanwhile.
+void stallProcess(long pid) {
+    const std::string command = "(sleep 0.2; kill -STOP " + std::to_string(pid) + "; sleep 1; kill -CONT " +
+                                std::to_string(pid) + ") >/dev/null 2>&1 &";
+    if (std::system(command.c_str()) != 0) std::fprintf(stderr, "Could not stall process %ld.\n", pid);
+    pump(1500);
+}
+
+// The delay the engine shows against the delay measured through "Parlova
+// Mic", before and after a 1 s stall of the sound server and of this process.
+void measureStalls(VoiceEngine& engine, pulse::PulseLoop& loop, double seconds) {
+    std::printf("Delay readout against the measured delay (windows of %.0f s):\n", seconds);
+    reportWindow("before any stall:", delayWindow(engine, loop, seconds));
+    if (const char* serverPid = std::getenv("PARLOVA_PULSE_PID")) {
+        stallProcess(std::atol(serverPid));
+        reportWindow("right after a server stall:", delayWindow(engine, loop, seconds));
+        reportWindow("later:", delayWindow(engine, loop, seconds));
+    }
+    stallProcess(getpid());  // every thread of this process, the audio thread included
+    reportWindow("right after an app stall:", delayWindow(engine, loop, seconds));
+    reportWindow("later:", delayWindow(engine, loop, seconds));
 }
 
 int runProbe(const Options& options) {
@@ -608,6 +670,14 @@ int runProbe(const Options& options) {
         }
         std::printf("Live in call mode with the Natural voice; bursts every %.1f s for %.0f s.\n", kBurstPeriod,
                     options.seconds);
+        if (options.stalls) {
+            pump(500);
+            measureStalls(engine, *loop, options.seconds);
+            engine.toggleLive();
+            pump(200);
+            player.disconnect();
+            return 0;
+        }
 
         StampedRecorder reference(*loop, "fake_mic", options.seconds);
         StampedRecorder virtualMic(*loop, VirtualMic::kSourceName, options.seconds);
@@ -650,8 +720,10 @@ int runProbe(const Options& options) {
                         *std::min_element(bridgeMs.begin(), bridgeMs.end()),
                         *std::max_element(bridgeMs.begin(), bridgeMs.end()));
         std::printf("the server's view of the engine's streams:\n%s", streamLatencies.c_str());
-        std::printf("The engine's own sum of its parts (the window's \"Delay\"): %.0f ms\n",
-                    engine.liveDelaySeconds() * 1000.0);
+        if (const auto shown = engine.liveDelayEstimate())
+            std::printf("The delay the engine shows (the window's \"Delay\"): %.0f ms\n", *shown * 1000.0);
+        else
+            std::printf("The engine shows no delay (it could not tell).\n");
         std::printf("Stamp jitter (median distance of a fragment's stamp from the fit): %.2f ms mic, %.2f ms "
                     "virtual mic\n",
                     ref.jitterMs(), out.jitterMs());
@@ -707,14 +779,17 @@ int main(int argc, char** argv) {
     Options options;
     if (argc == 3 && std::string(argv[1]) == "--seconds") options.seconds = std::atof(argv[2]);
     else if (argc == 3 && std::string(argv[1]) == "--dropouts") options.dropoutSeconds = std::atof(argv[2]);
+    else if (argc == 3 && std::string(argv[1]) == "--stalls") options.seconds = std::atof(argv[2]), options.stalls = true;
     else if (argc != 1) options.seconds = 0;
     if (options.seconds < 2) {
         std::fprintf(stderr,
-                     "Usage: parlova_latency_probe [--seconds N | --dropouts N]\n"
+                     "Usage: parlova_latency_probe [--seconds N | --dropouts N | --stalls N]\n"
                      "Measures the delay live mode adds between the microphone and \"Parlova Mic\" with the\n"
                      "Natural voice on a private sound server, then live mode's CPU and the dropouts a\n"
                      "caller hears, each for N seconds (default 10, at least 2). With --dropouts, only\n"
-                     "the dropouts, for N seconds.\n");
+                     "the dropouts, for N seconds. With --stalls, the delay the engine shows against the\n"
+                     "measured delay, in windows of N seconds before and after the sound server and the\n"
+                     "probe itself stop for a second.\n");
         return 2;
     }
     std::setvbuf(stdout, nullptr, _IOLBF, 0);

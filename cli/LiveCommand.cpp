@@ -73,6 +73,12 @@ int live(const Arguments& args) {
     if (args.has("--hear-myself")) checkHearMyself(*table, devices.output);
 
     LiveReport report(args.has("--json"), args.quiet());
+    // One live per session: a second one would mix two voices into the call
+    // and give the system microphone back under the first one's feet.
+    if (const auto owner = LiveOwner::current()) {
+        report.error(LiveOwner::refusal(owner).toStdString());
+        return kExitFailure;
+    }
     VoiceEngine engine;
     reportErrors(engine, report, "'parlova-cli live'");
     engine.set(voice);
@@ -86,18 +92,34 @@ int live(const Arguments& args) {
     QObject::connect(&handsFree, &HandsFree::shortcutsChanged, [&handsFree, &args] {
         if (!args.quiet()) std::fprintf(stderr, "%s\n", handsFree.shortcutHint().toUtf8().constData());
     });
-    if (QString error; !handsFree.start(&error)) std::fprintf(stderr, "%s\n", error.toUtf8().constData());
+    if (QString error; !handsFree.start(&error, liveControlSocketPath()))
+        std::fprintf(stderr, "%s\n", error.toUtf8().constData());
+    QObject::connect(&engine, &VoiceEngine::systemMicElsewhereChanged, [&engine, &report] {
+        const QString elsewhere = engine.systemMicElsewhere();
+        if (!engine.isLive()) return;  // the call is ending: the microphone goes back anyway
+        report.status(elsewhere.isEmpty() ? QStringLiteral("Call apps hear Parlova Mic again.")
+                                          : systemMicElsewhereSentence(elsewhere));
+    });
     QObject::connect(&engine.talk(), &TalkControl::statusChanged, [&engine, &args] {
         if (engine.isLive() && !args.quiet()) std::fprintf(stderr, "%s\n", engine.talk().status().toUtf8().constData());
     });
     quitOnSignals(&engine);
+    // Said once, when the engine has watched the route long enough to know it.
+    bool delayTold = false;
+    QObject::connect(&engine, &VoiceEngine::liveDelayKnownChanged, [&] {
+        if (delayTold) return;
+        if (const auto delay = engine.liveDelayEstimate()) {
+            delayTold = true;
+            report.delay(*delay);
+        }
+    });
 
     bool started = false, stoppedByError = false;
     auto liveEnded = QObject::connect(&engine, &VoiceEngine::liveStateChanged, [&] {
-        if (!engine.isLive()) {
-            stoppedByError = true;
-            QCoreApplication::exit(1);
-        }
+        if (engine.isLive()) return;
+        // Stopped on request ("parlova-cli control live stop") is a normal end.
+        stoppedByError = !engine.errorMessage().isEmpty() || !started;
+        QCoreApplication::exit(stoppedByError ? 1 : 0);
     });
     QObject::connect(&engine, &VoiceEngine::liveStarted, [&] {
         if (started) return;
@@ -106,10 +128,7 @@ int live(const Arguments& args) {
         if (!engine.talk().status().isEmpty() && !args.quiet())
             std::fprintf(stderr, "%s\n", engine.talk().status().toUtf8().constData());
         if (seconds > 0) QTimer::singleShot(static_cast<int>(seconds * 1000), [] { QCoreApplication::quit(); });
-        // The delay is known once both streams have reported their latency.
-        QTimer::singleShot(1000, &engine, [&engine, &report] {
-            if (engine.liveGraph()) report.delay(engine.liveDelaySeconds());
-        });
+
     });
     // A server that does not answer is not a reason to sit silent.
     QTimer::singleShot(3000, &engine, [&] {

@@ -1,5 +1,7 @@
 #include "cli/MicRepair.h"
 
+#include "cli/Command.h"
+#include "engine/LiveOwner.h"
 #include "devices/AudioBackend.h"
 #include "devices/AudioDeviceList.h"
 #include "devices/BackendJobs.h"
@@ -34,7 +36,7 @@ MicRepairOutcome repairSavedSystemMic() {
     BackendJobs& jobs = BackendJobs::shared();
     CallMode callMode(settings, &AudioBackend::system(), jobs);
     QObject::connect(&callMode, &CallMode::systemMicChanged, [&] { outcome.restored = true; });
-    callMode.restoreSystemMic();
+    callMode.repairSystemMic();
     jobs.waitIdle(kServerWait);
     QCoreApplication::sendPostedEvents(&callMode, QEvent::MetaCall);
     if (const auto table = AudioBackend::system().snapshot()) {
@@ -50,9 +52,22 @@ void repairSystemMicOnStart(bool quiet) {
     if (const auto sentence = describe(outcome)) std::fprintf(stderr, "%s\n", sentence->toUtf8().constData());
 }
 
+void refuseBesideLive(const std::optional<LockHolder>& owner) {
+    if (!owner) return;
+    const QString who = owner->who.isEmpty() ? QStringLiteral("another Parlova program") : owner->who;
+    throw Failure(QString("Parlova is live in %1, which owns the system microphone now. Stop it first "
+                          "(\u201cparlova-cli control live stop\u201d), then try again.")
+                      .arg(who)
+                      .toStdString());
+}
+
 MicRepairOutcome restoreSystemMic() {
+    refuseBesideLive(LiveOwner::current());
     MicRepairOutcome outcome = repairSavedSystemMic();
     outcome.neededServer = true;
+    // Nobody may go live while the microphone is put back by hand.
+    const auto claim = LiveOwner::claimForRepair();
+    if (!claim) refuseBesideLive(LiveOwner::current().value_or(LockHolder{}));
     AudioBackend& backend = AudioBackend::system();
     auto table = backend.snapshot();
     if (!table) return outcome;

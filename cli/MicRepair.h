@@ -24,7 +24,8 @@ MicRepairOutcome repairSavedSystemMic();
 void repairSystemMicOnStart(bool quiet);
 
 // The repair above, then, if the virtual mic still is the system microphone,
-// the first real microphone becomes it.
+// the first real microphone becomes it. Refused (Failure) while a Parlova
+// process is live: the system microphone is that process's.
 MicRepairOutcome restoreSystemMic();
 
 // The sentence about a repair, or nothing when nothing was done.

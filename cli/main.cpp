@@ -5,6 +5,7 @@
 #include "cli/MicRepair.h"
 #include "cli/Suggest.h"
 #include "devices/LegacyMigration.h"
+#include "engine/LiveOwner.h"
 #include "engine/AudioFileSupport.h"
 
 #include <QCoreApplication>
@@ -135,8 +136,15 @@ int main(int argc, char** argv) {
         // anything reads them; a microphone an earlier run left on the
         // virtual mic is given back before any command starts.
         parlova::LegacyMigration::run();
-        // "mic status" reports the state as found, "mic restore" repairs it itself.
-        const bool repairs = command->name != "mic status" && command->name != "mic restore" && command->name != "completion";
+        parlova::LiveOwner::setIdentity(QString("\u201cparlova-cli %1\u201d (process %2)")
+                                            .arg(QString::fromStdString(command->name))
+                                            .arg(QCoreApplication::applicationPid()));
+        // "mic status" reports the state as found, "mic restore" repairs it
+        // itself, and control commands act on the running Parlova only. The
+        // repair itself leaves a microphone alone while any Parlova is live.
+        const bool repairs = command->name != "mic status" && command->name != "mic restore" &&
+                             command->name != "mic remove" && command->name != "completion" &&
+                             command->name.rfind("control", 0) != 0;
         if (repairs) repairSystemMicOnStart(parsed.quiet());
         return command->run(parsed);
     } catch (const UsageError& error) {

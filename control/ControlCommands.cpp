@@ -37,6 +37,9 @@ ControlReply ControlReply::fromLine(const QByteArray& line) {
 ControlReply ControlCommands::runLine(const QString& line) {
     const QString trimmed = line.trimmed();
     QStringList words = trimmed.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    // "open {...}": the options are the rest of the line.
+    if (!words.isEmpty() && words.front() == QLatin1String("open"))
+        return open(trimmed.mid(words.front().size()).trimmed());
     // "voice NAME": the name is the rest of the line, spaces and all.
     if (words.size() > 2 && words.front() == QLatin1String("voice"))
         words = {words.front(), trimmed.mid(trimmed.indexOf(QLatin1Char(' '))).trimmed()};
@@ -127,6 +130,14 @@ ControlReply ControlCommands::live(const QString& action) {
     return done(start ? QStringLiteral("Live is on.") : QStringLiteral("Live is off."));
 }
 
+ControlReply ControlCommands::open(const QString& options) {
+    if (!openHandler_) return refused(QStringLiteral("Only the Parlova window takes \u201copen\u201d."));
+    const QJsonDocument document = QJsonDocument::fromJson(options.toUtf8());
+    if (!options.isEmpty() && !document.isObject())
+        return refused(QStringLiteral("\u201copen\u201d takes its options as one JSON object."));
+    return openHandler_(document.object());
+}
+
 QJsonObject ControlCommands::status() const {
     const TalkControl& talk = engine_.talk();
     QJsonObject status{
@@ -141,7 +152,10 @@ QJsonObject ControlCommands::status() const {
         {"cleanMic", engine_.cleanMic().enabled()},
         {"gateDb", static_cast<double>(engine_.cleanMic().gateDb())},
         {"error", engine_.errorMessage()},
+        {"systemMicElsewhere", engine_.systemMicElsewhere()},
     };
+    // Milliseconds from the microphone to the output; absent while unknown.
+    if (const auto delay = engine_.liveDelayEstimate()) status.insert("delayMs", qRound(*delay * 1000));
     if (shortcutHint_) status.insert("shortcuts", shortcutHint_());
     return status;
 }
@@ -158,6 +172,9 @@ QString ControlCommands::statusText(const QJsonObject& s) const {
                                                    : QStringLiteral(" (%1)").arg(s.value("talkStatus").toString())),
         QStringLiteral("Clean up my mic: %1").arg(onOff("cleanMic")),
     };
+    if (s.contains("delayMs")) lines << QStringLiteral("Delay: %1 ms").arg(s.value("delayMs").toInt());
+    if (!s.value("systemMicElsewhere").toString().isEmpty())
+        lines << systemMicElsewhereSentence(s.value("systemMicElsewhere").toString());
     if (s.contains("shortcuts")) lines << QStringLiteral("Shortcuts: %1").arg(s.value("shortcuts").toString());
     if (!s.value("error").toString().isEmpty()) lines << s.value("error").toString();
     return lines.join(QLatin1Char('\n'));

@@ -5,7 +5,9 @@
 // a sentence saying why.
 //
 // Words: ptt press|release|toggle, bypass on|off|toggle, voice next|prev|NAME,
-// live start|stop, status [--json].
+// live start|stop, status [--json], and for the desktop app "open" followed by
+// a JSON object of start options ({"voice": NAME, "call": true, "live": true,
+// "show": true}) that a second launch hands to the running one.
 //
 // Main thread only.
 #include <QJsonObject>
@@ -36,6 +38,9 @@ public:
 
     // A sentence on which global-shortcut mechanism is active, for the status.
     void setShortcutHint(std::function<QString()> hint) { shortcutHint_ = std::move(hint); }
+    // Takes a second launch's start options (the desktop app only).
+    using OpenHandler = std::function<ControlReply(const QJsonObject& options)>;
+    void setOpenHandler(OpenHandler handler) { openHandler_ = std::move(handler); }
 
     ControlReply run(const QStringList& words);
     // Splits a request line on white space (a voice name may contain spaces).
@@ -48,11 +53,13 @@ private:
     ControlReply bypass(const QString& action);
     ControlReply voice(const QString& which);
     ControlReply live(const QString& action);
+    ControlReply open(const QString& options);
     QString statusText(const QJsonObject& status) const;
 
     VoiceEngine& engine_;
     VoiceStore& store_;
     std::function<QString()> shortcutHint_;
+    OpenHandler openHandler_;
 };
 
 }  // namespace parlova

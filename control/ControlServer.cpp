@@ -1,8 +1,13 @@
 #include "control/ControlServer.h"
 
+#include "engine/LiveOwner.h"
+
 #include <QDir>
+#include <QFile>
 #include <QLocalSocket>
 #include <QPointer>
+
+#include <algorithm>
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -24,12 +29,9 @@ const char* kNotRunning = "Parlova isn't listening for commands: start the app o
 
 }  // namespace
 
-QString controlSocketPath() {
-    const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
-    if (!runtime.isEmpty() && QDir(QString::fromLocal8Bit(runtime)).exists())
-        return QString::fromLocal8Bit(runtime) + QStringLiteral("/parlova-control");
-    return QDir::tempPath() + QStringLiteral("/parlova-control-%1").arg(getuid());
-}
+QString controlSocketPath() { return sessionRuntimePath(QStringLiteral("parlova-control")); }
+
+QString liveControlSocketPath() { return sessionRuntimePath(QStringLiteral("parlova-live-control")); }
 
 ControlServer::ControlServer(ControlCommands& commands, QObject* parent) : QObject(parent), commands_(commands) {
     server_.setSocketOptions(QLocalServer::UserAccessOption);
@@ -73,6 +75,9 @@ void ControlServer::accept() {
                 const QByteArray line = socket->readLine(kControlMaxLine + 1);
                 if (!line.endsWith('\n')) return refuseLong();
                 socket->write(commands_.runLine(QString::fromUtf8(line)).toLine());
+                // Out now: a command may end this process ("live stop" in
+                // "parlova-cli live") before the event loop writes again.
+                socket->flush();
             }
             if (socket->bytesAvailable() > kControlMaxLine) refuseLong();
         });
@@ -80,9 +85,23 @@ void ControlServer::accept() {
 }
 
 ControlReply sendControlRequest(const QString& line, int timeoutMs, const QString& path) {
+    QStringList candidates{path};
+    if (path.isEmpty()) {
+        candidates.clear();
+        // The process that owns live is the one whose call the keys drive.
+        if (const auto owner = LiveOwner::current(); owner && !owner->controlPath.isEmpty())
+            candidates << owner->controlPath;
+        candidates << controlSocketPath() << liveControlSocketPath();
+    }
     QLocalSocket socket;
-    socket.connectToServer(path);
-    if (!socket.waitForConnected(timeoutMs)) return {false, QString::fromUtf8(kNotRunning), {}};
+    bool connected = false;
+    for (const QString& candidate : candidates) {
+        socket.connectToServer(candidate);
+        // A listening socket accepts at once, even when its owner is busy.
+        if ((connected = socket.waitForConnected(std::min(timeoutMs, 500)))) break;
+        socket.abort();
+    }
+    if (!connected) return {false, QString::fromUtf8(kNotRunning), {}};
     socket.write(line.toUtf8() + '\n');
     socket.flush();
     QByteArray reply;

@@ -17,8 +17,11 @@ namespace parlova {
 
 inline constexpr int kControlMaxLine = 4096;
 
-// $XDG_RUNTIME_DIR/parlova-control, else a per-user name in the temporary folder.
+// Where the desktop app listens: $XDG_RUNTIME_DIR/parlova-control (else a
+// private folder in the temporary folder).
 QString controlSocketPath();
+// Where "parlova-cli live" listens, beside the app.
+QString liveControlSocketPath();
 
 class ControlServer : public QObject {
     Q_OBJECT
@@ -40,7 +43,9 @@ private:
 };
 
 // Sends one request line to the listening Parlova and waits (up to
-// `timeoutMs`) for its reply. Blocking: for the command line only.
-ControlReply sendControlRequest(const QString& line, int timeoutMs = 3000, const QString& path = controlSocketPath());
+// `timeoutMs`) for its reply. Blocking: for the command line only. Without a
+// path it goes to the process that owns live, else to the app, else to a
+// "parlova-cli live" still starting.
+ControlReply sendControlRequest(const QString& line, int timeoutMs = 3000, const QString& path = {});
 
 }  // namespace parlova

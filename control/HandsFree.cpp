@@ -1,5 +1,6 @@
 #include "control/HandsFree.h"
 
+#include "engine/LiveOwner.h"
 #include "engine/VoiceEngine.h"
 
 namespace parlova {
@@ -11,8 +12,10 @@ HandsFree::HandsFree(VoiceEngine& engine, VoiceStore& store, QObject* parent)
     connect(&shortcuts_, &GlobalShortcuts::changed, this, &HandsFree::shortcutsChanged);
 }
 
-bool HandsFree::start(QString* error) {
-    const bool listening = server_.listen(error);
+bool HandsFree::start(QString* error, const QString& path) {
+    const bool listening = server_.listen(error, path);
+    // Other processes find the live owner's commands there.
+    if (listening) LiveOwner::setControlPath(server_.path());
     shortcuts_.start();
     return listening;
 }

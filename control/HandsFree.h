@@ -21,7 +21,7 @@ public:
     // Listens for commands and looks for a shortcut mechanism. Returns false
     // with a sentence in `error` when the control socket could not be opened
     // (the shortcuts are looked for either way).
-    bool start(QString* error);
+    bool start(QString* error, const QString& path = controlSocketPath());
 
     ControlCommands& commands() { return commands_; }
     GlobalShortcuts& shortcuts() { return shortcuts_; }

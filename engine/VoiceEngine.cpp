@@ -57,8 +57,11 @@ VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, QObject* pa
     // Chains run in real time only with a sound server; an engine for offline
     // rendering (no backend) starts the modulator only if a chain ever plays.
     if (backend_) ensureModulator();
-    // An earlier run may have left the virtual mic as the system microphone.
-    call_.restoreSystemMic();
+    // An earlier run may have left the virtual mic as the system microphone
+    // (repaired only when no Parlova process owns live).
+    call_.repairSystemMic();
+    connect(&call_, &CallMode::systemMicElsewhereChanged, this, &VoiceEngine::systemMicElsewhereChanged);
+    connect(&delay_, &DelayReadout::knownChanged, this, &VoiceEngine::liveDelayKnownChanged);
     pitchTimer_.setInterval(250);
     connect(&pitchTimer_, &QTimer::timeout, this, &VoiceEngine::publishDetectedPitch);
     pitchTimer_.start();
@@ -68,6 +71,7 @@ VoiceEngine::~VoiceEngine() {
     clip_.stopPlayback();
     if (isRecording_) clip_.finishRecording();
     tearDownLive();  // also gives the real microphone back
+    releaseLiveClaim();
     // Let the server take the microphone back (bounded: it may not answer),
     // then apply what it answered.
     if (backend_ && jobs_.waitIdle(kShutdownWait)) QCoreApplication::sendPostedEvents(&call_, QEvent::MetaCall);
@@ -139,14 +143,52 @@ void VoiceEngine::toggleLive() {
 }
 
 void VoiceEngine::updateLiveEngine() {
+    if (isLive_ && !claimLive()) return;
     if (!isLive_ && !isRecording_) {
         tearDownLive();
+        releaseLiveClaim();
         return;
     }
     const bool wantCall = callMode_ && isLive_;
     if (live_.isRunning() && live_.graph()->route().isCall != wantCall) tearDownLive();
+    if (!isLive_) releaseLiveClaim();
     if (!live_.isRunning() && !live_.isStarting()) startLive();
     live_.setAudible(liveAudible());
+}
+
+bool VoiceEngine::claimLive() {
+    if (liveClaim_) return true;
+    std::optional<LockHolder> holder;
+    liveClaim_ = LiveOwner::claimLive(&holder);
+    if (liveClaim_) {
+        claimRetries_ = 0;
+        return true;
+    }
+    // A repair of the system microphone holds the claim for a moment only.
+    if (LiveOwner::isPassing(holder) && ++claimRetries_ <= kClaimRetries) {
+        QTimer::singleShot(kClaimRetryMs, this, [this] {
+            if (isLive_) updateLiveEngine();
+        });
+        return false;
+    }
+    claimRetries_ = 0;
+    setErrorMessage(LiveOwner::refusal(holder));
+    setLive(false);
+    if (isRecording_) updateLiveEngine();
+    return false;
+}
+
+void VoiceEngine::releaseLiveClaim() {
+    if (!liveClaim_) return;
+    // Held until the real microphone is back: the restore runs on the job
+    // thread, and the claim is dropped there right after it.
+    jobs_.post([claim = std::move(liveClaim_)]() mutable { claim.reset(); });
+    liveClaim_.reset();
+}
+
+std::optional<LockHolder> VoiceEngine::liveOwnerElsewhere() const {
+    if (liveClaim_) return std::nullopt;
+    return LiveOwner::current();
 }
 
 LiveSession::Request VoiceEngine::liveRequest() {
@@ -186,6 +228,7 @@ void VoiceEngine::liveRouteStarted() {
         return;
     }
     ensureModulator();
+    delay_.follow(graph);
     chains_.setLive(graph->chain());
     applyVoiceToChains();  // edits made while the route was starting
     graph->setAudible(liveAudible());
@@ -213,6 +256,7 @@ void VoiceEngine::liveStartFailed(const QString& message) {
 }
 
 void VoiceEngine::liveStopped(const QString& message) {
+    delay_.follow(nullptr);
     chains_.setLive(nullptr);
     if (isRecording_) finishRecording();
     setLive(false);
@@ -222,6 +266,7 @@ void VoiceEngine::liveStopped(const QString& message) {
 
 void VoiceEngine::tearDownLive() {
     const bool wasUp = live_.isRunning() || live_.isStarting();
+    delay_.follow(nullptr);
     live_.tearDown();
     stopCloneStream();
     chains_.setLive(nullptr);

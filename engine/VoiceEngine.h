@@ -13,8 +13,10 @@
 #include "engine/ActiveChains.h"
 #include "engine/CallMode.h"
 #include "engine/CleanMicSetting.h"
+#include "engine/DelayReadout.h"
 #include "engine/ClipSession.h"
 #include "engine/LevelMonitor.h"
+#include "engine/LiveOwner.h"
 #include "engine/LiveSession.h"
 #include "engine/Modulator.h"
 #include "cloning/CloneLatency.h"
@@ -121,8 +123,10 @@ public:
     void restartForDeviceChange();
     bool liveIsCall() const { return live_.graph() && live_.graph()->route().isCall; }
     const LiveGraph* liveGraph() const { return live_.graph(); }
-    // Microphone to output as far as the engine can tell (0 while down).
-    double liveDelaySeconds() const { return live_.graph() ? live_.graph()->delaySeconds() : 0.0; }
+    // The delay to show: none while live is down or the engine cannot know it
+    // (the first second, and a second after a stall). liveDelayKnownChanged()
+    // tells when that changes.
+    std::optional<double> liveDelayEstimate() const { return delay_.seconds(); }
     // The scheduling the audio thread got.
     RealtimeGrant realtimeGrant() const { return backend_ ? backend_->realtimeGrant() : RealtimeGrant::unknown; }
 
@@ -139,6 +143,14 @@ public:
     bool hearMyself() const { return hearMyself_; }
     void setHearMyself(bool on);
     CallMode& callModePart() { return call_; }
+    // While call mode holds the system microphone and something else moved
+    // it: the input call apps hear instead (display name); empty otherwise.
+    QString systemMicElsewhere() const { return call_.systemMicElsewhere(); }
+    // Makes "Parlova Mic" the system microphone again after that.
+    void takeBackSystemMic() { call_.takeBackSystemMic(); }
+    // The process that owns live when it is not this engine's (none: nobody,
+    // or this engine).
+    std::optional<LockHolder> liveOwnerElsewhere() const;
 
     // Talk modes (push to talk or mute) and the clean-mic input stage.
     TalkControl& talk() { return talk_; }
@@ -197,10 +209,16 @@ signals:
     void devicesChosen();
     // The live route runs (after a start, or a rebuild).
     void liveStarted();
+    void systemMicElsewhereChanged();
+    void liveDelayKnownChanged();
 
 private:
     void startLive();
     void tearDownLive();
+    // Makes this process the session's live owner; on refusal says who owns
+    // it and turns live off. False while not (yet) the owner.
+    bool claimLive();
+    void releaseLiveClaim();
     void setLive(bool on);
     void setMicDenied(bool denied);
     void liveStopped(const QString& message);
@@ -235,12 +253,17 @@ private:
     QString errorMessage_;
     float detectedPitch_ = 0;
     LevelMonitor meter_;
+    DelayReadout delay_;
     ActiveChains chains_;
     std::chrono::steady_clock::time_point clockStart_;
     std::unique_ptr<Modulator> modulator_;
     QTimer pitchTimer_;
 
     bool isLive_ = false;
+    LiveOwner::ClaimPtr liveClaim_;
+    static constexpr int kClaimRetries = 20;
+    static constexpr int kClaimRetryMs = 100;
+    int claimRetries_ = 0;
     bool micDenied_ = false;
     bool callMode_ = false;
     bool hearMyself_ = false;

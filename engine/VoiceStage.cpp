@@ -3,9 +3,10 @@
 namespace parlova {
 
 namespace {
-// The shifter works in 60 ms blocks advanced every 15 ms: its output trails
-// its input by about the sum.
-constexpr double kShifterLatencySeconds = 0.06 + 0.015;
+// The shifter works in 60 ms blocks advanced every 15 ms; a block's effect is
+// centred half a block after its input and its output half a block later, so
+// the output trails the input by one block (the interval adds nothing).
+constexpr double kShifterLatencySeconds = 0.06;
 }  // namespace
 
 EffectVoiceStage::EffectVoiceStage(const Voice& voice, AudioSource& input, const AudioFormat& inputFormat)

@@ -52,6 +52,20 @@ CallsPanel::CallsPanel(VoiceEngine& engine, AudioDeviceList& devices, VirtualMic
     formerNotice_->setText(
         "This is the virtual mic from when the app was called Tovix Voice Changer. It works the same; updating "
         "renames it to “Parlova Mic”.");
+    // Something else moved the system microphone during a call: say so, and
+    // offer to take it back (never done unasked).
+    elsewhereRow_ = new QWidget(this);
+    auto* elsewhereLayout = new QHBoxLayout(elsewhereRow_);
+    elsewhereLayout->setContentsMargins(0, 0, 0, 0);
+    auto* warning = new QLabel(elsewhereRow_);
+    warning->setPixmap(themedIcon("dialog-warning", QStyle::SP_MessageBoxWarning).pixmap(16, 16));
+    elsewhere_ = wrappingLabel(elsewhereRow_);
+    takeBack_ = new QPushButton("Use Parlova Mic", elsewhereRow_);
+    takeBack_->setToolTip("Make Parlova Mic the system microphone again, so call apps hear this voice");
+    elsewhereLayout->addWidget(warning);
+    elsewhereLayout->addWidget(elsewhere_, 1);
+    elsewhereLayout->addWidget(takeBack_);
+    layout->addWidget(elsewhereRow_);
     layout->addWidget(explanation_);
     layout->addWidget(installPrompt_);
     layout->addWidget(formerNotice_);
@@ -103,6 +117,7 @@ CallsPanel::CallsPanel(VoiceEngine& engine, AudioDeviceList& devices, VirtualMic
     connect(callMode_, &QCheckBox::toggled, &engine_, [this](bool on) { engine_.setCallMode(on); });
     connect(hearMyself_, &QCheckBox::toggled, &engine_, [this](bool on) { engine_.setHearMyself(on); });
     connect(help_, &QPushButton::clicked, this, &CallsPanel::showHelp);
+    connect(takeBack_, &QPushButton::clicked, &engine_, [this] { engine_.takeBackSystemMic(); });
     connect(install_, &QPushButton::clicked, &setup_, &VirtualMicSetup::install);
     connect(update_, &QPushButton::clicked, &setup_, &VirtualMicSetup::install);
     connect(remove_, &QPushButton::clicked, this, &CallsPanel::removeMic);
@@ -115,7 +130,8 @@ CallsPanel::CallsPanel(VoiceEngine& engine, AudioDeviceList& devices, VirtualMic
         if (uid != engine_.outputUID()) engine_.setOutputUID(uid);
     });
 
-    for (auto signal : {&VoiceEngine::callModeChanged, &VoiceEngine::hearMyselfChanged, &VoiceEngine::devicesChosen})
+    for (auto signal : {&VoiceEngine::callModeChanged, &VoiceEngine::hearMyselfChanged, &VoiceEngine::devicesChosen,
+                        &VoiceEngine::systemMicElsewhereChanged})
         connect(&engine_, signal, this, &CallsPanel::refresh);
     connect(&devices_, &AudioDeviceList::inputsChanged, this, &CallsPanel::refresh);
     connect(&devices_, &AudioDeviceList::outputsChanged, this, &CallsPanel::refresh);
@@ -161,6 +177,9 @@ void CallsPanel::refresh() {
         explanation_->setText(text);
     }
     explanation_->setVisible(cable.has_value());
+    const QString elsewhere = engine_.systemMicElsewhere();
+    if (!elsewhere.isEmpty()) elsewhere_->setText(systemMicElsewhereSentence(elsewhere));
+    elsewhereRow_->setVisible(!elsewhere.isEmpty());
     installPrompt_->setVisible(!cable);
     install_->setVisible(!cable && !installing);
     waitingRow_->setVisible(installing);

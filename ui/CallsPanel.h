@@ -34,6 +34,8 @@ public:
     QLabel* waitingText() const { return waiting_; }
     QComboBox* inputPicker() const { return inputPicker_; }
     QComboBox* outputPicker() const { return outputPicker_; }
+    QLabel* micElsewhereNotice() const { return elsewhere_; }
+    QPushButton* takeBackButton() const { return takeBack_; }
 
     void refresh();
 
@@ -56,6 +58,9 @@ private:
     QLabel* formerNotice_;
     QPushButton* update_;
     QPushButton* remove_;
+    QWidget* elsewhereRow_;
+    QLabel* elsewhere_;
+    QPushButton* takeBack_;
     QComboBox* inputPicker_;
     QComboBox* outputPicker_;
 };

@@ -169,7 +169,7 @@ void TransportCard::refresh() {
 }
 
 void TransportCard::refreshDelay() {
-    double seconds = engine_.isLive() ? engine_.liveDelaySeconds() : 0;
+    const double seconds = engine_.liveDelayEstimate().value_or(0);
     delay_->setText(seconds > 0 ? QString("Delay %1 ms").arg(std::lround(seconds * 1000)) : QString());
     delay_->setToolTip("From your microphone to what you and the call hear");
 }

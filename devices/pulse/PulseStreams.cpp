@@ -2,6 +2,8 @@
 
 #include "common/VoiceEngineError.h"
 
+#include <pulse/rtclock.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -56,6 +58,21 @@ void PulseStream::cork(bool paused) {
     if (pa_operation* op = pa_stream_cork(stream_, paused ? 1 : 0, nullptr, nullptr)) pa_operation_unref(op);
 }
 
+void PulseStream::onLatencyUpdate(pa_stream* s, void* userdata) {
+    // Audio thread: a fresh timing report from the server has just arrived,
+    // so the latency computed from it now is exact, not extrapolated.
+    static_cast<PulseStream*>(userdata)->noteLatency(s);
+}
+
+void PulseStream::askForTiming(pa_stream* s) noexcept {
+    // The automatic reports thin out to one every 1.5 s; a backlog that a
+    // stall left is gone long before the next one. Ask ten times a second.
+    const pa_usec_t now = pa_rtclock_now();
+    if (now - lastTimingRequest_ < kTimingRequestUsec) return;
+    lastTimingRequest_ = now;
+    if (pa_operation* op = pa_stream_update_timing_info(s, nullptr, nullptr)) pa_operation_unref(op);
+}
+
 void PulseStream::noteLatency(pa_stream* s) noexcept {
     pa_usec_t usec = 0;
     int negative = 0;
@@ -88,10 +105,11 @@ pa_buffer_attr defaultAttributes() {
 }
 
 // DONT_MOVE: when the device goes away the stream ends instead of silently
-// moving to another one.
+// moving to another one. The latency is taken from each timing report as it
+// arrives, never interpolated between reports: the interpolation drifts for
+// seconds after the server stalls, by far more than the latency itself.
 constexpr auto kStreamFlags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_ADJUST_LATENCY |
-                                                             PA_STREAM_DONT_MOVE | PA_STREAM_AUTO_TIMING_UPDATE |
-                                                             PA_STREAM_INTERPOLATE_TIMING);
+                                                             PA_STREAM_DONT_MOVE | PA_STREAM_AUTO_TIMING_UPDATE);
 }  // namespace
 
 PulseCapture::PulseCapture(std::shared_ptr<PulseLoop> loop, const DeviceEntry& device, double sampleRate,
@@ -109,6 +127,7 @@ PulseCapture::PulseCapture(std::shared_ptr<PulseLoop> loop, const DeviceEntry& d
     if (!stream_) throw statusError("open the microphone", pa_context_errno(loop_->context()));
     pa_stream_set_state_callback(stream_, &PulseStream::onState, static_cast<PulseStream*>(this));
     pa_stream_set_read_callback(stream_, &PulseCapture::onRead, this);
+    pa_stream_set_latency_update_callback(stream_, &PulseStream::onLatencyUpdate, static_cast<PulseStream*>(this));
     pa_buffer_attr attr = defaultAttributes();
     attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(static_cast<pa_usec_t>(blockSeconds * 1e6), &spec));
     if (pa_stream_connect_record(stream_, device.sourceName.c_str(), &attr, kStreamFlags) < 0)
@@ -140,7 +159,7 @@ void PulseCapture::onRead(pa_stream* s, size_t, void* userdata) {
         }
         pa_stream_drop(s);
     }
-    self->noteLatency(s);
+    self->askForTiming(s);
 }
 
 PulseOutput::PulseOutput(std::shared_ptr<PulseLoop> loop, const DeviceEntry& device, AudioFormat format,
@@ -158,6 +177,7 @@ PulseOutput::PulseOutput(std::shared_ptr<PulseLoop> loop, const DeviceEntry& dev
     if (!stream_) throw statusError("open the output", pa_context_errno(loop_->context()));
     pa_stream_set_state_callback(stream_, &PulseStream::onState, static_cast<PulseStream*>(this));
     pa_stream_set_write_callback(stream_, &PulseOutput::onWrite, this);
+    pa_stream_set_latency_update_callback(stream_, &PulseStream::onLatencyUpdate, static_cast<PulseStream*>(this));
     pa_stream_set_underflow_callback(
         stream_, [](pa_stream*, void* self) { static_cast<PulseOutput*>(self)->underflows_.fetch_add(1); }, this);
     pa_buffer_attr attr = defaultAttributes();
@@ -207,7 +227,7 @@ void PulseOutput::onWrite(pa_stream* s, size_t nbytes, void* userdata) {
         if (pa_stream_write(s, data, frames * frameBytes, nullptr, 0, PA_SEEK_RELATIVE) < 0) break;
         nbytes -= frames * frameBytes;
     }
-    self->noteLatency(s);
+    self->askForTiming(s);
 }
 
 }  // namespace parlova::pulse

@@ -28,7 +28,12 @@ protected:
     // With the loop locked: connects `stream_` (already created) and waits
     // until it is ready; throws with `what` on failure.
     void waitReady(const char* what);
+    static void onLatencyUpdate(pa_stream* s, void* userdata);
     void noteLatency(pa_stream* s) noexcept;
+    // Audio thread: asks the server for a fresh timing report now and then.
+    void askForTiming(pa_stream* s) noexcept;
+    static constexpr uint64_t kTimingRequestUsec = 100000;
+    uint64_t lastTimingRequest_ = 0;  // audio thread only
     static void onState(pa_stream* s, void* userdata);
 
     std::shared_ptr<PulseLoop> loop_;
