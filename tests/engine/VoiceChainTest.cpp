@@ -4,6 +4,7 @@
 #include "engine/RateConverter.h"
 #include "SpeechRecordings.h"
 #include "engine/VoiceChain.h"
+#include "engine/VoiceStage.h"
 #include "engine/VoiceEngine.h"
 #include "support/MemorySource.h"
 #include "support/TestAudio.h"
@@ -190,4 +191,24 @@ TEST(VoiceChain, ModulatorDrivesActiveChainsAndBypassSwapsTheVoice) {
     }
     EXPECT_GT(seen.size(), 5u);
     engine.activeChains().setPlay(nullptr);
+}
+
+// The delay the live readout counts for the voice stage is the delay the
+// chain really adds: a burst comes out that much later, shifted or not.
+TEST(VoiceChain, TheDelayItCountsIsTheDelayItAdds) {
+    std::vector<float> input(static_cast<size_t>(1.5 * kRate), 0.0f);
+    const size_t burstAt = static_cast<size_t>(0.5 * kRate);
+    const auto burst = testaudio::tone(400, kRate, static_cast<size_t>(0.05 * kRate), 0.5f);
+    std::copy(burst.begin(), burst.end(), input.begin() + static_cast<long>(burstAt));
+    for (const Voice& voice : {Voice::natural(), Voice::builtIns().front()}) {
+        SCOPED_TRACE(voice.name.toStdString());
+        ChainFixture f(voice, input);
+        const auto out = f.render(input.size());
+        float peak = 0;
+        for (float v : out[0]) peak = std::max(peak, std::fabs(v));
+        size_t onset = 0;
+        while (onset < out[0].size() && std::fabs(out[0][onset]) < 0.25f * peak) ++onset;
+        const double addedMs = (static_cast<double>(onset) - static_cast<double>(burstAt)) / kRate * 1000;
+        EXPECT_NEAR(addedMs, EffectVoiceStage::latencySeconds(f.chain) * 1000, 3.0);
+    }
 }
