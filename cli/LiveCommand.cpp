@@ -75,7 +75,7 @@ int live(const Arguments& args) {
     LiveReport report(args.has("--json"), args.quiet());
     // One live per session: a second one would mix two voices into the call
     // and give the system microphone back under the first one's feet.
-    if (const auto owner = LiveOwner::current()) {
+    if (const auto owner = LiveOwner::current(); owner && !LiveOwner::isPassing(owner)) {
         report.error(LiveOwner::refusal(owner).toStdString());
         return kExitFailure;
     }
