@@ -86,6 +86,10 @@ int live(const Arguments& args) {
     engine.setOutputUID(devices.output, false);
     engine.setCallMode(args.has("--call"));
     engine.setHearMyself(args.has("--hear-myself"));
+    // A server that never answers is given up on, and never past --seconds.
+    if (seconds > 0)
+        engine.setLiveStartBound(std::min(std::chrono::milliseconds(LiveSession::kDefaultStartBoundMs),
+                                          std::chrono::milliseconds(static_cast<long>(seconds * 1000))));
     applyMicOptions(readMicOptions(args, true), engine, false);
     VoiceStore store;
     HandsFree handsFree(engine, store);
@@ -128,7 +132,6 @@ int live(const Arguments& args) {
         if (!engine.talk().status().isEmpty() && !args.quiet())
             std::fprintf(stderr, "%s\n", engine.talk().status().toUtf8().constData());
         if (seconds > 0) QTimer::singleShot(static_cast<int>(seconds * 1000), [] { QCoreApplication::quit(); });
-
     });
     // A server that does not answer is not a reason to sit silent.
     QTimer::singleShot(3000, &engine, [&] {

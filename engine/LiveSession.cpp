@@ -20,6 +20,14 @@ LiveSession::LiveSession(AudioBackend* backend, BackendJobs& jobs, QObject* pare
             [this](uint32_t) { fault(generation_, serverLost_ ? QString::fromStdString(kNoServerMessage)
                                                               : QString(kDisconnectedMessage)); },
             Qt::QueuedConnection);
+    startBound_.setSingleShot(true);
+    connect(&startBound_, &QTimer::timeout, this, [this] {
+        if (!starting_) return;
+        // The job thread may be stuck in a server call: leave it there. The
+        // bumped generation drops whatever it brings back.
+        tearDown();
+        emit startFailed(QString::fromUtf8(kServerSilentMessage));
+    });
     if (backend_) {
         connect(&backend_->events(), &BackendEvents::serverLost, this, [this] { serverLost_ = true; });
         connect(&backend_->events(), &BackendEvents::serverBack, this, [this] { serverLost_ = false; });
@@ -29,6 +37,7 @@ LiveSession::LiveSession(AudioBackend* backend, BackendJobs& jobs, QObject* pare
 LiveSession::~LiveSession() { tearDown(); }
 
 void LiveSession::setStarting(bool on) {
+    if (!on) startBound_.stop();
     if (starting_ == on) return;
     starting_ = on;
     emit startingChanged();
@@ -38,6 +47,7 @@ void LiveSession::start(RequestMaker request) {
     if (graph_ || starting_) return;
     request_ = std::move(request);
     setStarting(true);
+    startBound_.start(startBoundMs_);
     attempt(1);
 }
 

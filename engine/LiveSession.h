@@ -11,11 +11,16 @@
 
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
 
 namespace parlova {
+
+inline constexpr const char* kServerSilentMessage =
+    "The sound server did not answer, so Live did not start. Make sure PulseAudio or PipeWire is running, "
+    "then try again.";
 
 inline constexpr const char* kDisconnectedMessage =
     "An audio device in use was disconnected (for example, headphones unplugged), so Live was stopped. "
@@ -26,6 +31,8 @@ class LiveSession : public QObject {
 public:
     static constexpr int kAttempts = 3;
     static constexpr int kRetryDelayMs = 400;
+    // How long a start may wait for a server that does not answer at all.
+    static constexpr int kDefaultStartBoundMs = 10000;
 
     // What one start attempt needs, taken afresh for every attempt.
     struct Request {
@@ -46,6 +53,9 @@ public:
     void start(RequestMaker request);
     // Cancels a start in progress and closes a running route.
     void tearDown();
+    // A start that has not finished after this long gives up with
+    // kServerSilentMessage; what the server answers later is thrown away.
+    void setStartBound(int ms) { startBoundMs_ = ms; }
 
     bool isRunning() const { return graph_ != nullptr; }
     bool isStarting() const { return starting_; }
@@ -78,6 +88,8 @@ private:
     DeviceTable startTable_;
     DeviceWatcher watcher_;
     int generation_ = 0;  // bumped by every start and tear-down: stale results are dropped
+    int startBoundMs_ = kDefaultStartBoundMs;
+    QTimer startBound_;
     bool starting_ = false;
     bool serverLost_ = false;
 };

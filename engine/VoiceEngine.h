@@ -117,6 +117,9 @@ public:
     bool isLive() const { return isLive_; }
     bool isStartingLive() const { return live_.isStarting(); }
     void toggleLive();
+    // How long a live start waits for a sound server that does not answer
+    // before it gives up with a sentence (10 s unless set).
+    void setLiveStartBound(std::chrono::milliseconds bound) { live_.setStartBound(static_cast<int>(bound.count())); }
     // Reconciles the running route with the published flags.
     void updateLiveEngine();
     // Stops playback and recording, tears live down and starts it again as wanted.

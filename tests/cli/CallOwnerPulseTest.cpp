@@ -15,7 +15,10 @@
 
 #include <gtest/gtest.h>
 
+#include <QElapsedTimer>
+
 #include <csignal>
+#include <fstream>
 
 using namespace parlova;
 using namespace parlova::testpulse;
@@ -188,4 +191,26 @@ TEST_F(CallOwnerPulse, TheAppRunsOnceAndASecondLaunchHandsItsOptionsOver) {
     ASSERT_TRUE(first.waitForFinished(10000));
     EXPECT_EQ(defaultSource(), "fake_mic");
 #endif
+}
+
+// A frozen server: a live start gives up with its sentence within its bound
+// (never past --seconds) instead of waiting to be killed.
+TEST_F(CallOwnerPulse, AStartAgainstAFrozenServerGivesUpWithASentence) {
+    std::ifstream pidFile(server->dir() + "/pulseaudio.pid");
+    pid_t pid = 0;
+    pidFile >> pid;
+    ASSERT_GT(pid, 0);
+    const QStringList commands[] = {{"live", "--voice", "Natural", "--seconds", "3"},
+                                    {"live", "--voice", "Old Lady", "--call", "--seconds", "2"}};
+    ::kill(pid, SIGSTOP);
+    for (const QStringList& args : commands) {
+        SCOPED_TRACE(args.join(' ').toStdString());
+        QElapsedTimer took;
+        took.start();
+        const Result r = cli(args);
+        EXPECT_EQ(r.code, 1);
+        EXPECT_TRUE(r.err.contains("The sound server did not answer")) << r.err.toStdString();
+        EXPECT_LT(took.elapsed(), 30000);  // generous: it used to wait until killed
+    }
+    ::kill(pid, SIGCONT);
 }
