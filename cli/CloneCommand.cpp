@@ -4,7 +4,6 @@
 #include "cli/Command.h"
 #include "cli/SignalWatch.h"
 #include "cloning/CloneLibrary.h"
-#include "cloning/CloneRoute.h"
 #include "cloning/Generation.h"
 #include "cloning/ReadingScripts.h"
 #include "cloning/SampleRecording.h"
@@ -258,47 +257,14 @@ int recordSample(CloneLibrary& library, const ClonedVoice& voice, const Args& a)
     return addSample(library, voice, engine.clipURL(), a, script);
 }
 
-int live(CloneLibrary& library, const ClonedVoice& voice, const Args& a) {
-    CloneLatency latency = CloneLatency::balanced;
-    if (a.options.count("--latency")) {
-        const auto chosen = cloneLatencyFromRaw(q(a.options.at("--latency")));
-        if (!chosen) return fail("--latency is fastest, balanced or clearest.");
-        latency = *chosen;
-    }
-    const auto seconds = number(a, "--seconds", 0.0001);
-    if (!seconds) return 2;
-    VoiceCloner cloner;
-    if (!cloner.isInstalled()) return fail(VoiceCloner::notSetUpForStreaming());
-    showProgress(cloner);
-    VoiceEngine engine;
-    QObject::connect(&engine, &VoiceEngine::errorMessageChanged, [&engine] {
-        if (!engine.errorMessage().isEmpty()) say(engine.errorMessage());
-    });
-    engine.setCloner(&cloner);
-    engine.setCloneLatency(latency);
-    engine.setClone(library.target(voice.id));
-    engine.setCallMode(a.options.count("--call") > 0);
-    quitOnSignals(&engine);
-    bool streaming = false, failed = false;
-    QObject::connect(&engine, &VoiceEngine::liveStateChanged, [&] {
-        if (!engine.isLive()) {
-            failed = true;
-            QCoreApplication::exit(1);
-        }
-    });
-    QObject::connect(&engine, &VoiceEngine::isStreamStartingChanged, [&] {
-        if (engine.isStreamStarting() || streaming || !engine.cloneRoute()->isStreaming()) return;
-        streaming = true;
-        say("Talking live as " + voice.name + " (" + label(latency) + "). Press Ctrl-C to stop.");
-        if (engine.liveIsCall()) say("Call apps using the system microphone now hear this voice.");
-        if (a.options.count("--seconds")) QTimer::singleShot(int(*seconds * 1000), [] { QCoreApplication::quit(); });
-    });
-    engine.toggleLive();
-    const int code = QCoreApplication::exec();
-    if (engine.isLive()) engine.toggleLive();
-    if (!streaming || failed) return code == 0 ? 1 : code;
-    say("Live stopped.");
-    return 0;
+// "clone live NAME" is "live --clone NAME": the same command, options and exit codes.
+int live(const ClonedVoice& voice, const Args& a) {
+    std::vector<std::string> words{"--clone", voice.name.toStdString()};
+    for (const char* option : {"--latency", "--seconds"})
+        if (a.options.count(option)) words.insert(words.end(), {option, a.options.at(option)});
+    if (a.options.count("--call")) words.push_back("--call");
+    const Command* command = findCommand("live");
+    return command->run(parseArguments(*command, words));
 }
 
 int run(const std::string& sub, const Arguments& parsed, const std::vector<std::string>& optionNames) {
@@ -334,7 +300,7 @@ int run(const std::string& sub, const Arguments& parsed, const std::vector<std::
     else if (sub == "record-sample") code = recordSample(library, *voice, a);
     else if (sub == "say") code = sayText(library, *voice, a);
     else if (sub == "convert") code = convert(library, *voice, q(a.words[2]), q(a.words[3]));
-    else if (sub == "live") code = live(library, *voice, a);
+    else if (sub == "live") code = live(*voice, a);
     if (code == 0 && !library.saveError().isEmpty()) return fail(library.saveError());
     return code;
 }
@@ -394,7 +360,9 @@ CommandRegistration convertAction = action("convert", "Re-speak a clip in a clon
 CommandRegistration transcribeAction = action("transcribe", "Print the words spoken in a file", {"FILE"},
                                               "Prints the words spoken in FILE.\n", {});
 CommandRegistration liveAction = action(
-    "live", "Talk live in a cloned voice", {"NAME"}, "Talks live in the cloned voice until Ctrl-C.\n",
+    "live", "Talk live in a cloned voice (the same as 'live --clone NAME')", {"NAME"},
+    "Talks live in the cloned voice until Ctrl-C: 'parlova-cli live --clone NAME', which also\n"
+    "takes the devices, push to talk and --json.\n",
     {{"--latency", "fastest|balanced|clearest", "How far behind you the voice runs"},
      {"--call", "", "Call apps hear the voice through \"Parlova Mic\""},
      kSeconds});

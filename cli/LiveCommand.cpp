@@ -8,6 +8,8 @@
 #include "cli/StdStreams.h"
 #include "cli/VoiceLookup.h"
 #include "cli/MicOptions.h"
+#include "cloning/CloneLibrary.h"
+#include "cloning/VoiceCloner.h"
 #include "control/HandsFree.h"
 #include "voices/VoiceStore.h"
 #include "engine/VoiceEngine.h"
@@ -24,6 +26,43 @@ const Option kInput{"--input", "DEVICE", "microphone to use: a name or UID from 
 const Option kOutput{"--output", "DEVICE", "output device, as for --input; default: the system output"};
 const Option kVoice{"--voice", "NAME", "the voice: a stored voice or \"Natural\" (any letter case)", false, true};
 const Option kSet{"--set", "FIELD=VALUE", "change one setting of the voice for this run, e.g. pitch=-300", true};
+const Option kLiveVoice{"--voice", "NAME", "the voice: a stored voice or \"Natural\" (any letter case)"};
+const Option kClone{"--clone", "NAME", "instead of --voice: a cloned voice ('parlova-cli clone list'), re-speaking\n"
+                                       "you through the local speech model"};
+const Option kLatency{"--latency", "fastest|balanced|clearest",
+                      "with --clone: how far behind you the cloned voice runs (~0.3, ~0.4 or\n"
+                      "~0.6 s; clearer words on fast speech the longer it is); default balanced"};
+
+// The cloned voice --clone names, with what live needs of it. The library and
+// the cloner outlive the engine that speaks through them.
+struct CloneChoice {
+    CloneLibrary library;
+    std::unique_ptr<VoiceCloner> cloner;
+    CloneTarget target;
+    CloneLatency latency = CloneLatency::balanced;
+};
+
+std::unique_ptr<CloneChoice> chooseClone(const Arguments& args) {
+    auto choice = std::make_unique<CloneChoice>();
+    const QString name = QString::fromStdString(args.value("--clone"));
+    const auto voice = choice->library.find(name);
+    if (!voice) {
+        QStringList names;
+        for (const ClonedVoice& v : choice->library.voices()) names << v.name;
+        throw UsageError("There is no cloned voice called \"" + name.toStdString() + "\"; " +
+                         (names.isEmpty() ? std::string("there are none yet ('parlova-cli clone create NAME').")
+                                          : "the cloned voices are: " + names.join(", ").toStdString() + "."));
+    }
+    if (args.has("--latency")) {
+        const auto latency = cloneLatencyFromRaw(QString::fromStdString(args.value("--latency")));
+        if (!latency) throw UsageError("--latency is fastest, balanced or clearest.");
+        choice->latency = *latency;
+    }
+    choice->cloner = std::make_unique<VoiceCloner>();
+    if (!choice->cloner->isInstalled()) throw Failure(VoiceCloner::notSetUpForStreaming().toStdString());
+    choice->target = choice->library.target(voice->id);
+    return choice;
+}
 
 // The devices the options name, checked against one snapshot; the engine
 // gets their UIDs. Nothing is looked up when neither option is given.
@@ -63,7 +102,13 @@ void reportErrors(VoiceEngine& engine, LiveReport& report, const std::string& re
 }
 
 int live(const Arguments& args) {
-    const Voice voice = voiceWithOverrides(args.value("--voice"), args.values("--set"));
+    const bool cloned = args.has("--clone");
+    if (cloned == args.has("--voice"))
+        throw UsageError(cloned ? "Choose one voice: --voice NAME or --clone NAME, not both."
+                                : "Choose a voice: --voice NAME (or --clone NAME for a cloned voice).");
+    if (args.has("--latency") && !cloned) throw UsageError("--latency works only with --clone.");
+    if (args.has("--set") && cloned) throw UsageError("--set changes an effect voice; a cloned voice has no settings.");
+    const Voice voice = cloned ? Voice::natural() : voiceWithOverrides(args.value("--voice"), args.values("--set"));
     const double seconds = args.has("--seconds") ? args.seconds("--seconds") : 0;
     if (args.has("--hear-myself") && !args.has("--call"))
         throw UsageError("--hear-myself works only with --call: without call mode the voice already plays on the output.");
@@ -71,6 +116,8 @@ int live(const Arguments& args) {
     if (args.has("--input") || args.has("--output") || args.has("--hear-myself")) table = systemDevices();
     const ChosenDevices devices = chooseDevices(args, table ? &*table : nullptr);
     if (args.has("--hear-myself")) checkHearMyself(*table, devices.output);
+    const std::unique_ptr<CloneChoice> clone = cloned ? chooseClone(args) : nullptr;
+    const QString speaker = cloned ? clone->target.name + " (" + label(clone->latency) + ")" : voice.name;
 
     LiveReport report(args.has("--json"), args.quiet());
     // One live per session: a second one would mix two voices into the call
@@ -82,6 +129,14 @@ int live(const Arguments& args) {
     VoiceEngine engine;
     reportErrors(engine, report, "'parlova-cli live'");
     engine.set(voice);
+    if (clone) {
+        QObject::connect(clone->cloner.get(), &VoiceCloner::statusChanged, [&] {
+            if (!clone->cloner->status().isEmpty()) report.status(clone->cloner->status());
+        });
+        engine.setCloner(clone->cloner.get());
+        engine.setCloneLatency(clone->latency);
+        engine.setClone(clone->target);
+    }
     engine.setInputUID(devices.input, false);
     engine.setOutputUID(devices.output, false);
     engine.setCallMode(args.has("--call"));
@@ -125,14 +180,27 @@ int live(const Arguments& args) {
         stoppedByError = !engine.errorMessage().isEmpty() || !started;
         QCoreApplication::exit(stoppedByError ? 1 : 0);
     });
-    QObject::connect(&engine, &VoiceEngine::liveStarted, [&] {
-        if (started) return;
+    // An effect voice talks as soon as the route runs; a cloned one once the
+    // worker's converted speech comes back.
+    const auto talking = [&] {
+        if (started || !engine.liveGraph()) return;
         started = true;
-        report.started(voice.name, engine.liveGraph()->route(), engine.realtimeGrant());
+        report.started(speaker, engine.liveGraph()->route(), engine.realtimeGrant());
         if (!engine.talk().status().isEmpty() && !args.quiet())
             std::fprintf(stderr, "%s\n", engine.talk().status().toUtf8().constData());
         if (seconds > 0) QTimer::singleShot(static_cast<int>(seconds * 1000), [] { QCoreApplication::quit(); });
-    });
+    };
+    if (clone) QObject::connect(&engine, &VoiceEngine::cloneSpeechFlowing, talking);
+    else QObject::connect(&engine, &VoiceEngine::liveStarted, talking);
+    // A cloned voice whose speech never comes back is not waited for past
+    // --seconds and the start bound.
+    if (clone && seconds > 0)
+        QTimer::singleShot(static_cast<int>(seconds * 1000) + LiveSession::kDefaultStartBoundMs, &engine, [&] {
+            if (started) return;
+            report.error("No speech came back from " + clone->target.name.toStdString() +
+                         "'s voice in time, so Live was stopped.");
+            QCoreApplication::exit(1);
+        });
     // A server that does not answer is not a reason to sit silent.
     QTimer::singleShot(3000, &engine, [&] {
         if (!started && engine.isStartingLive()) report.waiting();
@@ -222,10 +290,12 @@ int play(const Arguments& args) {
 
 CommandRegistration liveCommand({
     "live", "Talk live in a voice (optionally into call apps)", {},
-    "Talks live: your microphone in the voice NAME on the output device, until the\n"
-    "time given with --seconds passes or Ctrl-C. The system microphone is always\n"
-    "given back on the way out.\n",
-    withMicOptions({kVoice, kSet,
+    "Talks live: your microphone in the voice NAME (--voice), or re-spoken in a cloned\n"
+    "voice (--clone), on the output device, until the time given with --seconds passes\n"
+    "or Ctrl-C. The system microphone is always given back on the way out. Only one\n"
+    "live runs per session: beside another (the window's or a second 'live') it is\n"
+    "refused, naming the one that runs.\n",
+    withMicOptions({kLiveVoice, kClone, kLatency, kSet,
      {"--call", "", "call mode: play into \"Parlova Mic\" and make it the system microphone,\n"
                     "so call apps hear the voice (install it first: 'parlova-cli mic install')"},
      {"--hear-myself", "", "in call mode, also play the voice on the output device (refused on\n"

@@ -4,6 +4,8 @@
 #include "cloning/VoiceCloner.h"
 #include "engine/VoiceChain.h"
 
+#include <QPointer>
+
 #include <algorithm>
 #include <cstring>
 
@@ -70,10 +72,16 @@ void CloneRoute::start(const CloneTarget& voice, CloneLatency latency) {
     const int generation = ++generation_;
     setStarting(true);
     std::shared_ptr<StreamResampler> up = StreamResampler::create(kStreamRate, buffers_->sampleRate);
-    cloner_->setStreamReceiver([buffers = buffers_, up](const float* samples, size_t count) {
+    buffers_->flowing.store(false, std::memory_order_relaxed);
+    QPointer<CloneRoute> self(this);
+    cloner_->setStreamReceiver([buffers = buffers_, up, self, generation](const float* samples, size_t count) {
         // The worker's reader thread: the only writer of the voice queue.
         const std::vector<float> converted = up->convert(samples, count);
         buffers->voice.write(converted.data(), converted.size());
+        if (count > 0 && !buffers->flowing.exchange(true, std::memory_order_relaxed))
+            QMetaObject::invokeMethod(self, [self, generation] {
+                if (self && generation == self->generation_) emit self->speechFlowing();
+            }, Qt::QueuedConnection);
     });
     cloner_->startStream(voice, latency, kStreamRate, [this, generation](const CloneResult& result) {
         if (generation != generation_) {
@@ -81,8 +89,8 @@ void CloneRoute::start(const CloneTarget& voice, CloneLatency latency) {
             if (result.ok()) cloner_->stopStream();
             return;
         }
-        setStarting(false);
         if (!result.ok()) {
+            setStarting(false);
             cloner_->setStreamReceiver(nullptr);
             emit failed(result.error);
             return;
@@ -90,7 +98,10 @@ void CloneRoute::start(const CloneTarget& voice, CloneLatency latency) {
         const double block = result.reply->raw.value("block_seconds").toDouble(0.3);
         buffers_->blockSeconds.store(block, std::memory_order_relaxed);
         buffers_->mic.clear();  // what was said while the stream started is not sent
+        // Streaming before "no longer starting" is told: whoever listens to
+        // the one sees the other already true.
         streaming_ = true;
+        setStarting(false);
         // The worker thread becomes the mic ring's only reader.
         std::shared_ptr<StreamResampler> down = StreamResampler::create(buffers_->sampleRate, kStreamRate);
         auto scratch = std::make_shared<std::vector<float>>(buffers_->mic.capacity());

@@ -34,6 +34,9 @@ struct CloneStreamBuffers {
     SampleQueue voice;  // reader thread -> audio thread
     std::atomic<bool> bypass{false};
     std::atomic<double> blockSeconds{0.3};  // the worker's block: part of the delay
+    // Set by the reader thread at a stream's first converted block; cleared
+    // by the main thread when a stream starts.
+    std::atomic<bool> flowing{false};
 };
 
 class CloneVoiceStage final : public VoiceStage {
@@ -73,6 +76,8 @@ signals:
     void isStreamStartingChanged();
     // The stream could not start: a sentence for the user.
     void failed(const QString& message);
+    // The first converted speech of a stream has arrived (once per stream).
+    void speechFlowing();
 
 private:
     void setStarting(bool on);

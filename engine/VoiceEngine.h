@@ -214,6 +214,8 @@ signals:
     void liveStarted();
     void systemMicElsewhereChanged();
     void liveDelayKnownChanged();
+    // Live in a cloned voice: the first converted speech reaches the output.
+    void cloneSpeechFlowing();
 
 private:
     void startLive();

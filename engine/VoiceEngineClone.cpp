@@ -32,6 +32,7 @@ void VoiceEngine::setCloner(VoiceCloner* cloner) {
     cloner_ = cloner;
     cloneRoute_ = std::make_unique<CloneRoute>(cloner);
     connect(cloneRoute_.get(), &CloneRoute::isStreamStartingChanged, this, &VoiceEngine::isStreamStartingChanged);
+    connect(cloneRoute_.get(), &CloneRoute::speechFlowing, this, &VoiceEngine::cloneSpeechFlowing);
     connect(cloneRoute_.get(), &CloneRoute::failed, this, [this](const QString& message) {
         setErrorMessage(message);
         setLive(false);
