@@ -4,7 +4,7 @@
 //   p999_block_pct     the 99.9th percentile block, same measure (the worst
 //                      block alone mostly measures the machine's own stalls)
 //   x_realtime         how many times faster than real time a render runs
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 #include "engine/OfflineRenderer.h"
 #include "engine/TapRelay.h"
 #include "engine/VoiceChain.h"

@@ -19,7 +19,7 @@
 #include "devices/AudioDeviceList.h"
 #include "devices/VirtualMic.h"
 #include "devices/pulse/PulseLoop.h"
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 #include "engine/VoiceEngine.h"
 #include "StallWatch.h"
 #include "support/Dropouts.h"

@@ -9,7 +9,7 @@
 #include "cloning/SampleRecording.h"
 #include "cloning/Transcriber.h"
 #include "cloning/VoiceCloner.h"
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 #include "engine/VoiceEngine.h"
 
 #include <QEventLoop>

@@ -43,7 +43,7 @@ CommandRegistration control({"control", "Control the running Parlova (push to ta
 CommandRegistration ptt = action("ptt", "Hold or let go of the push-to-talk key", "press|release|toggle");
 CommandRegistration bypass = action("bypass", "Turn the natural voice on or off", "on|off|toggle");
 CommandRegistration voice = action("voice", "Switch to the next, the previous or a named voice", "next|prev|NAME");
-CommandRegistration live = action("live", "Start or stop talking live", "start|stop");
+CommandRegistration live = action("live", "Start or stop talking live", "start|stop|toggle");
 CommandRegistration status = action("status", "Say what runs now", "", {jsonOption("the status")});
 
 }  // namespace

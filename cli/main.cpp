@@ -6,7 +6,7 @@
 #include "cli/Suggest.h"
 #include "devices/LegacyMigration.h"
 #include "engine/LiveOwner.h"
-#include "engine/AudioFileSupport.h"
+#include "media/AudioFileSupport.h"
 
 #include <QCoreApplication>
 

@@ -2,7 +2,7 @@
 
 #include "common/VoiceEngineError.h"
 #include "devices/LegacyMigration.h"
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 
 #include <QDir>
 #include <QFile>

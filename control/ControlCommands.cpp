@@ -68,7 +68,7 @@ ControlReply ControlCommands::run(const QStringList& words) {
         {"ptt", &ControlCommands::ptt, "press, release or toggle"},
         {"bypass", &ControlCommands::bypass, "on, off or toggle"},
         {"voice", &ControlCommands::voice, "next, prev or a voice's name"},
-        {"live", &ControlCommands::live, "start or stop"},
+        {"live", &ControlCommands::live, "start, stop or toggle"},
     };
     for (const Entry& entry : table) {
         if (command != QLatin1String(entry.name)) continue;
@@ -124,8 +124,9 @@ ControlReply ControlCommands::voice(const QString& which) {
 }
 
 ControlReply ControlCommands::live(const QString& action) {
-    const bool start = action == QLatin1String("start");
-    if (!start && action != QLatin1String("stop")) return refused({});
+    bool start = action == QLatin1String("start");
+    if (action == QLatin1String("toggle")) start = !engine_.isLive();
+    else if (!start && action != QLatin1String("stop")) return refused({});
     if (engine_.isLive() != start) engine_.toggleLive();
     return done(start ? QStringLiteral("Live is on.") : QStringLiteral("Live is off."));
 }

@@ -5,7 +5,7 @@
 // a sentence saying why.
 //
 // Words: ptt press|release|toggle, bypass on|off|toggle, voice next|prev|NAME,
-// live start|stop, status [--json], and for the desktop app "open" followed by
+// live start|stop|toggle, status [--json], and for the desktop app "open" followed by
 // a JSON object of start options ({"voice": NAME, "call": true, "live": true,
 // "show": true}) that a second launch hands to the running one.
 //

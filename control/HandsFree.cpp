@@ -7,7 +7,7 @@ namespace parlova {
 
 HandsFree::HandsFree(VoiceEngine& engine, VoiceStore& store, QObject* parent)
     : QObject(parent), commands_(engine, store), server_(commands_) {
-    shortcuts_.drive(commands_, engine.talk());
+    shortcuts_.drive([this](const QStringList& words) { commands_.run(words); }, engine.talk());
     commands_.setShortcutHint([this] { return shortcuts_.hint(); });
     connect(&shortcuts_, &GlobalShortcuts::changed, this, &HandsFree::shortcutsChanged);
 }

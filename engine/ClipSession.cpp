@@ -2,7 +2,7 @@
 
 #include "common/VoiceEngineError.h"
 #include "engine/ActiveChains.h"
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 #include "engine/LevelMonitor.h"
 #include "engine/LiveRouting.h"
 #include "devices/AudioDeviceList.h"

@@ -1,10 +1,10 @@
 #include "engine/OfflineRenderer.h"
 
-#include "engine/AudioFile.h"
-#include "engine/AudioFileSupport.h"
+#include "media/AudioFile.h"
+#include "media/AudioFileSupport.h"
 #include "engine/CleanMic.h"
 #include "engine/GuardedAudio.h"
-#include "engine/RateConverter.h"
+#include "media/RateConverter.h"
 #include "engine/VoiceStage.h"
 #include "engine/VoiceChain.h"
 

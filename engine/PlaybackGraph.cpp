@@ -1,7 +1,7 @@
 #include "engine/PlaybackGraph.h"
 
 #include "engine/ChainOutput.h"
-#include "engine/RateConverter.h"
+#include "media/RateConverter.h"
 
 #include <algorithm>
 #include <cmath>

@@ -4,7 +4,7 @@
 // (and the chain's delay) has been played out. Built, started, stopped and
 // destroyed on a job thread; faults arrive on the audio thread.
 #include "devices/AudioBackend.h"
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 #include "engine/TapRelay.h"
 #include "engine/VoiceStage.h"
 

@@ -2,7 +2,7 @@
 // The file a recording is written to, shared between the main thread (open,
 // close) and the tap thread (write). The file is only touched under the lock;
 // a failed write loses that buffer and recording goes on.
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 
 #include <atomic>
 #include <cstdint>

@@ -6,7 +6,7 @@
 //
 // The chain runs at kChainSampleRate: the pitch tracker's fixed 12 kHz analysis
 // is exact there (a decimation of 4), and the units are tuned for it. A source
-// at another rate is wrapped in a RateConvertingSource (engine/RateConverter.h)
+// at another rate is wrapped in a RateConvertingSource (media/RateConverter.h)
 // before it reaches the chain, and the offline render converts back to the
 // file's rate. The constructor still takes the source's format: its channel
 // count, and a rate that should be kChainSampleRate.

@@ -1,5 +1,5 @@
 #include "engine/VoiceEngine.h"
-#include "cloning/CloneRoute.h"
+#include "engine/CloneRoute.h"
 
 #include "common/VoiceEngineError.h"
 

@@ -2,7 +2,7 @@
 // of the effect chain, and playback and export first have the clip re-spoken
 // by the cloner, then play or render that copy with the natural voice (the
 // cloned speech is not altered further).
-#include "cloning/CloneRoute.h"
+#include "engine/CloneRoute.h"
 #include "cloning/VoiceCloner.h"
 #include "engine/VoiceEngine.h"
 

@@ -1,6 +1,5 @@
 #include "shortcuts/GlobalShortcuts.h"
 
-#include "control/ControlCommands.h"
 #include "engine/TalkControl.h"
 #include "shortcuts/PortalShortcuts.h"
 #include "shortcuts/X11Shortcuts.h"
@@ -110,7 +109,7 @@ QString GlobalShortcuts::hint() const {
                           "release\u201d (on release).");
 }
 
-void GlobalShortcuts::drive(ControlCommands& commands, TalkControl& talk) {
+void GlobalShortcuts::drive(CommandRunner run, TalkControl& talk) {
     const auto hold = [&talk](ShortcutAction action, bool press) {
         const TalkMode mode = action == ShortcutAction::pushToTalk ? TalkMode::pushToTalk : TalkMode::pushToMute;
         if (talk.mode() == mode) talk.setKeyHeld(press);
@@ -122,16 +121,14 @@ void GlobalShortcuts::drive(ControlCommands& commands, TalkControl& talk) {
     connect(this, &GlobalShortcuts::deactivated, &talk, [hold](ShortcutAction action) {
         if (action == ShortcutAction::pushToTalk || action == ShortcutAction::pushToMute) hold(action, false);
     });
-    connect(this, &GlobalShortcuts::activated, &talk, [hold, &commands](ShortcutAction action) {
+    connect(this, &GlobalShortcuts::activated, &talk, [hold, run = std::move(run)](ShortcutAction action) {
         switch (action) {
         case ShortcutAction::pushToTalk:
         case ShortcutAction::pushToMute: hold(action, true); break;
-        case ShortcutAction::toggleNatural: commands.run({"bypass", "toggle"}); break;
-        case ShortcutAction::nextVoice: commands.run({"voice", "next"}); break;
-        case ShortcutAction::previousVoice: commands.run({"voice", "prev"}); break;
-        case ShortcutAction::toggleLive:
-            commands.run({"live", commands.status().value("live").toBool() ? "stop" : "start"});
-            break;
+        case ShortcutAction::toggleNatural: run({"bypass", "toggle"}); break;
+        case ShortcutAction::nextVoice: run({"voice", "next"}); break;
+        case ShortcutAction::previousVoice: run({"voice", "prev"}); break;
+        case ShortcutAction::toggleLive: run({"live", "toggle"}); break;
         }
     });
 }

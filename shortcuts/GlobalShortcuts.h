@@ -11,11 +11,13 @@
 #include <QObject>
 #include <QString>
 
+#include <QStringList>
+
+#include <functional>
 #include <memory>
 
 namespace parlova {
 
-class ControlCommands;
 class PortalShortcuts;
 class TalkControl;
 class X11Shortcuts;
@@ -43,9 +45,11 @@ public:
     // The key the user holds for an action ("" when unknown).
     QString keyLabel(ShortcutAction action) const;
 
+    // Runs a control command given as its words ("bypass toggle").
+    using CommandRunner = std::function<void(const QStringList& words)>;
     // Lets the shortcuts act: push to talk and push to mute hold the talk key
     // (in their own mode), the others run the matching control command.
-    void drive(ControlCommands& commands, TalkControl& talk);
+    void drive(CommandRunner run, TalkControl& talk);
 
 signals:
     void changed();

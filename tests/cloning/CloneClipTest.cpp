@@ -1,7 +1,7 @@
 // A clip exported and played in a cloned voice: re-spoken by the real worker
 // (its test voice), then rendered with the natural voice.
 #include "cloning/CloneWorkerSupport.h"
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 #include "engine/VoiceEngine.h"
 #include "support/TestAudio.h"
 

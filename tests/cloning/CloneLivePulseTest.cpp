@@ -1,6 +1,6 @@
 // Live speech in a cloned voice on the private sound server, converted by the
 // real worker's test voice, heard by another client recording the output.
-#include "cloning/CloneRoute.h"
+#include "engine/CloneRoute.h"
 #include "cloning/CloneWorkerSupport.h"
 #include "engine/VoiceEngine.h"
 #include "support/PulseServer.h"

@@ -1,5 +1,5 @@
 #include "cloning/SampleQueue.h"
-#include "cloning/StreamResampler.h"
+#include "media/StreamResampler.h"
 
 #include <gtest/gtest.h>
 

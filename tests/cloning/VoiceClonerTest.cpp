@@ -1,7 +1,7 @@
 // The cloner against the real clone worker process (its offline test voice).
 #include "cloning/CloneWorkerSupport.h"
 #include "cloning/WorkerProtocol.h"
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -2,7 +2,7 @@
 // conversion keeps time exactly, and an export keeps its file's rate, channel
 // count and length while the pitch tracker sees the true pitch.
 #include "engine/OfflineRenderer.h"
-#include "engine/RateConverter.h"
+#include "media/RateConverter.h"
 #include "engine/VoiceChain.h"
 #include "support/MemorySource.h"
 #include "support/TestAudio.h"

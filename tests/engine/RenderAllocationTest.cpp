@@ -5,7 +5,7 @@
 // run with allocation counting on.
 #include "engine/CleanMic.h"
 #include "engine/LiveGraph.h"
-#include "engine/RateConverter.h"
+#include "media/RateConverter.h"
 #include "support/FakeBackend.h"
 #include "support/MemorySource.h"
 

@@ -1,7 +1,7 @@
 // The chain's bypass rules for the tone bands, and what the chain does to
 // real audio: pitch, level, and edits made while it runs.
 #include "engine/ActiveChains.h"
-#include "engine/RateConverter.h"
+#include "media/RateConverter.h"
 #include "SpeechRecordings.h"
 #include "engine/VoiceChain.h"
 #include "engine/VoiceStage.h"

@@ -133,7 +133,7 @@ struct Driven {
     GlobalShortcuts shortcuts;
     Driven() {
         engine.talk().setMode(TalkMode::pushToTalk, false);
-        shortcuts.drive(commands, engine.talk());
+        shortcuts.drive([this](const QStringList& words) { commands.run(words); }, engine.talk());
     }
 };
 

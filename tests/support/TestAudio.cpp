@@ -1,6 +1,6 @@
 #include "support/TestAudio.h"
 
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 
 #include <sys/wait.h>
 #include <unistd.h>

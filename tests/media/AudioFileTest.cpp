@@ -1,7 +1,7 @@
 // Reading and writing audio files: our own WAVs bit for bit, files made by
 // external encoders, and round trips through every export type, all read back
 // with the engine's reader.
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 #include "support/TestAudio.h"
 
 #include <gtest/gtest.h>

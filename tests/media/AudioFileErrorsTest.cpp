@@ -1,6 +1,6 @@
 // Bad input and bad destinations: every case is a VoiceEngineError with a
 // finished sentence naming the file, never a crash.
-#include "engine/AudioFile.h"
+#include "media/AudioFile.h"
 #include "support/TestAudio.h"
 
 #include <gtest/gtest.h>

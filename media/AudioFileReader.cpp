@@ -1,6 +1,6 @@
 // Decodes a whole audio file into planar float with FFmpeg.
-#include "engine/AudioFile.h"
-#include "engine/AudioFileSupport.h"
+#include "media/AudioFile.h"
+#include "media/AudioFileSupport.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

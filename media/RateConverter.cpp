@@ -1,4 +1,4 @@
-#include "engine/RateConverter.h"
+#include "media/RateConverter.h"
 
 #include <soxr.h>
 

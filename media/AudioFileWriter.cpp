@@ -1,8 +1,8 @@
 // Encodes planar float into .m4a (AAC), .wav (32-bit float) or .flac (24-bit)
 // with FFmpeg. Input of any block size goes through a FIFO that hands the
 // encoder exactly the frame size it asks for.
-#include "engine/AudioFile.h"
-#include "engine/AudioFileSupport.h"
+#include "media/AudioFile.h"
+#include "media/AudioFileSupport.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

@@ -1,4 +1,4 @@
-#include "cloning/StreamResampler.h"
+#include "media/StreamResampler.h"
 
 #include <soxr.h>
 

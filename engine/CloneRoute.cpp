@@ -1,6 +1,6 @@
-#include "cloning/CloneRoute.h"
+#include "engine/CloneRoute.h"
 
-#include "cloning/StreamResampler.h"
+#include "media/StreamResampler.h"
 #include "cloning/VoiceCloner.h"
 #include "engine/VoiceChain.h"
 
