@@ -9,22 +9,18 @@
 namespace parlova {
 
 ParlovaApp::ParlovaApp(const Options& options)
-    : store_(&settings_), engine_(&settings_), devices_(), cloner_(), library_({}, &settings_), micSetup_(&devices_),
-      handsFree_(engine_, store_) {
+    : store_(&settings_), engine_(&settings_), devices_(), cloner_(), library_({}, &settings_),
+      selection_(engine_, store_, &library_), micSetup_(&devices_), handsFree_(engine_, selection_) {
     engine_.setCloner(&cloner_);
     // Keys and commands from outside; another Parlova already listening keeps them.
     QString handsFreeError;
     if (!handsFree_.start(&handsFreeError)) qInfo("%s", qPrintable(handsFreeError));
     window_ = std::make_unique<ui::MainWindow>(
-        ui::AppModel{store_, engine_, devices_, micSetup_, library_, cloner_, settings_, &handsFree_});
+        ui::AppModel{store_, engine_, devices_, micSetup_, library_, cloner_, settings_, selection_, &handsFree_});
     addAppMenuItems();
     if (ui::TrayIcon::desktopHasTray()) {
         tray_ = std::make_unique<ui::TrayIcon>(
-            engine_, store_, [this] { showWindow(); },
-            [this](const QUuid& id) {
-                for (const Voice& voice : store_.voices())
-                    if (voice.id == id) window_->selectVoiceNamed(voice.name);
-            });
+            engine_, store_, selection_, [this] { showWindow(); });
         tray_->show();
         // With a tray the window can close while a call goes on.
         qApp->setQuitOnLastWindowClosed(false);
@@ -49,7 +45,7 @@ ParlovaApp::ParlovaApp(const Options& options)
 
 bool ParlovaApp::apply(const Options& options, QString* error) {
     bool ok = true;
-    if (!options.voice.isEmpty() && !window_->selectVoiceNamed(options.voice)) {
+    if (!options.voice.isEmpty() && !selection_.selectNamed(options.voice)) {
         *error = QString("There is no voice named \u201c%1\u201d.").arg(options.voice);
         ok = false;
     }

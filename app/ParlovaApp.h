@@ -5,6 +5,7 @@
 #include "cloning/CloneLibrary.h"
 #include "cloning/VoiceCloner.h"
 #include "control/HandsFree.h"
+#include "control/VoiceSelection.h"
 #include "devices/AudioDeviceList.h"
 #include "devices/VirtualMic.h"
 #include "engine/VoiceEngine.h"
@@ -35,6 +36,7 @@ public:
     VoiceEngine& engine() { return engine_; }
     VoiceStore& store() { return store_; }
     CloneLibrary& library() { return library_; }
+    VoiceSelection& selection() { return selection_; }
 
     // Brings the window up, raised and focused.
     void showWindow();
@@ -56,6 +58,7 @@ private:
     AudioDeviceList devices_;
     VoiceCloner cloner_;
     CloneLibrary library_;
+    VoiceSelection selection_;
     VirtualMicSetup micSetup_;
     HandsFree handsFree_;
     std::unique_ptr<ui::MainWindow> window_;

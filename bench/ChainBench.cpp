@@ -200,11 +200,9 @@ BENCHMARK(WholeChainMonoSource48k)->Iterations(20000)->Unit(benchmark::kMicrosec
 // The real-time side of the tap relay while its handler is far too slow: each
 // push must stay a copy into the ring (or a drop), never a wait.
 void TapRelayPushWithSlowHandler(benchmark::State& state) {
-    TapRelay relay(
-        2, kBlock, [](const float* const*, int, int) { std::this_thread::sleep_for(std::chrono::milliseconds(20)); }, 4);
+    TapRelay relay(kBlock, [](const float*, int) { std::this_thread::sleep_for(std::chrono::milliseconds(20)); }, 4);
     StereoBlock buffers;
-    const float* channels[2] = {buffers.left.data(), buffers.right.data()};
-    reportBlocks(state, [&](long) { relay.push(channels, kBlock); });
+    reportBlocks(state, [&](long) { relay.push(buffers.left.data(), kBlock); });
     state.counters["dropped"] = static_cast<double>(relay.dropped());
 }
 BENCHMARK(TapRelayPushWithSlowHandler)->Iterations(2000)->Unit(benchmark::kMicrosecond);

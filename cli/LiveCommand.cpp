@@ -11,8 +11,12 @@
 #include "cloning/CloneLibrary.h"
 #include "cloning/VoiceCloner.h"
 #include "control/HandsFree.h"
+#include "control/VoiceSelection.h"
 #include "voices/VoiceStore.h"
 #include "engine/VoiceEngine.h"
+
+#include <QDir>
+#include <QFileInfo>
 
 #include <algorithm>
 #include <cmath>
@@ -38,6 +42,7 @@ const Option kLatency{"--latency", "fastest|balanced|clearest",
 struct CloneChoice {
     CloneLibrary library;
     std::unique_ptr<VoiceCloner> cloner;
+    QUuid id;
     CloneTarget target;
     CloneLatency latency = CloneLatency::balanced;
 };
@@ -60,6 +65,7 @@ std::unique_ptr<CloneChoice> chooseClone(const Arguments& args) {
     }
     choice->cloner = std::make_unique<VoiceCloner>();
     if (!choice->cloner->isInstalled()) throw Failure(VoiceCloner::notSetUpForStreaming().toStdString());
+    choice->id = voice->id;
     choice->target = choice->library.target(voice->id);
     return choice;
 }
@@ -126,17 +132,28 @@ int live(const Arguments& args) {
         report.error(LiveOwner::refusal(owner).toStdString());
         return kExitFailure;
     }
+    // "control voice" moves through the cloned voices too, where there are
+    // any: the library and a cloner for them outlive the engine.
+    std::unique_ptr<CloneLibrary> library;
+    std::unique_ptr<VoiceCloner> cloner;
+    if (!clone && QFileInfo::exists(QDir(CloneLibrary::defaultDirectory()).filePath(CloneLibrary::kFileName))) {
+        library = std::make_unique<CloneLibrary>();
+        cloner = std::make_unique<VoiceCloner>();
+    }
     VoiceEngine engine;
     reportErrors(engine, report, "'parlova-cli live'");
-    engine.set(voice);
-    if (clone) {
-        QObject::connect(clone->cloner.get(), &VoiceCloner::statusChanged, [&] {
-            if (!clone->cloner->status().isEmpty()) report.status(clone->cloner->status());
+    VoiceCloner* voiceCloner = clone ? clone->cloner.get() : cloner.get();
+    if (voiceCloner) {
+        QObject::connect(voiceCloner, &VoiceCloner::statusChanged, [&report, voiceCloner] {
+            if (!voiceCloner->status().isEmpty()) report.status(voiceCloner->status());
         });
-        engine.setCloner(clone->cloner.get());
-        engine.setCloneLatency(clone->latency);
-        engine.setClone(clone->target);
+        engine.setCloner(voiceCloner);
     }
+    if (clone) engine.setCloneLatency(clone->latency);
+    VoiceStore store;
+    VoiceSelection selection(engine, store, clone ? &clone->library : library.get());
+    if (clone) selection.selectClone(clone->id);
+    else selection.selectEffect(voice);
     engine.setInputUID(devices.input, false);
     engine.setOutputUID(devices.output, false);
     engine.setCallMode(args.has("--call"));
@@ -146,8 +163,7 @@ int live(const Arguments& args) {
         engine.setLiveStartBound(std::min(std::chrono::milliseconds(LiveSession::kDefaultStartBoundMs),
                                           std::chrono::milliseconds(static_cast<long>(seconds * 1000))));
     applyMicOptions(readMicOptions(args, true), engine, false);
-    VoiceStore store;
-    HandsFree handsFree(engine, store);
+    HandsFree handsFree(engine, selection);
     QObject::connect(&handsFree, &HandsFree::shortcutsChanged, [&handsFree, &args] {
         if (!args.quiet()) std::fprintf(stderr, "%s\n", handsFree.shortcutHint().toUtf8().constData());
     });

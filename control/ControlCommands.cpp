@@ -1,11 +1,10 @@
 #include "control/ControlCommands.h"
 
 #include "engine/VoiceEngine.h"
-#include "voices/VoiceStore.h"
+#include "control/VoiceSelection.h"
 
 #include <QJsonDocument>
 
-#include <algorithm>
 
 namespace parlova {
 
@@ -103,24 +102,12 @@ ControlReply ControlCommands::bypass(const QString& action) {
 }
 
 ControlReply ControlCommands::voice(const QString& which) {
-    const auto& voices = store_.voices();
-    std::optional<Voice> chosen;
     const bool next = which == QLatin1String("next"), prev = which == QLatin1String("prev");
-    if ((next || prev) && !voices.empty()) {
-        const auto current = std::find_if(voices.begin(), voices.end(),
-                                          [&](const Voice& v) { return v.id == engine_.voice().id; });
-        const long count = static_cast<long>(voices.size());
-        long index = current == voices.end() ? (next ? -1 : 0) : current - voices.begin();
-        index = ((index + (next ? 1 : -1)) % count + count) % count;
-        chosen = voices[static_cast<size_t>(index)];
-    } else if (which.compare(Voice::natural().name, Qt::CaseInsensitive) == 0) {
-        chosen = Voice::natural();
-    } else if (!next && !prev) {
-        chosen = store_.find(which);
-    }
-    if (!chosen) return refused(QStringLiteral("There is no voice named %1.").arg(quoted(which)));
-    engine_.set(*chosen);
-    return done(QStringLiteral("Voice: %1.").arg(chosen->name));
+    const bool moved = next || prev ? selection_.step(next ? 1 : -1) : selection_.selectNamed(which);
+    if (!moved)
+        return refused(next || prev ? QStringLiteral("There are no voices to move through.")
+                                    : QStringLiteral("There is no voice named %1.").arg(quoted(which)));
+    return done(QStringLiteral("Voice: %1.").arg(selection_.name()));
 }
 
 ControlReply ControlCommands::live(const QString& action) {
@@ -145,7 +132,8 @@ QJsonObject ControlCommands::status() const {
         {"live", engine_.isLive()},
         {"startingLive", engine_.isStartingLive()},
         {"callMode", engine_.callMode()},
-        {"voice", engine_.voice().name},
+        {"voice", selection_.current() ? selection_.name() : engine_.voice().name},
+        {"clonedVoice", selection_.isClone()},
         {"bypass", engine_.bypass()},
         {"talkMode", talkModeName(talk.mode())},
         {"talking", talk.isTalking()},

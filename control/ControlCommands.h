@@ -4,7 +4,8 @@
 // line. A request that is not understood changes nothing and is answered with
 // a sentence saying why.
 //
-// Words: ptt press|release|toggle, bypass on|off|toggle, voice next|prev|NAME,
+// Words: ptt press|release|toggle, bypass on|off|toggle, voice next|prev|NAME
+// (effect voices and cloned voices alike),
 // live start|stop|toggle, status [--json], and for the desktop app "open" followed by
 // a JSON object of start options ({"voice": NAME, "call": true, "live": true,
 // "show": true}) that a second launch hands to the running one.
@@ -19,7 +20,7 @@
 namespace parlova {
 
 class VoiceEngine;
-class VoiceStore;
+class VoiceSelection;
 
 struct ControlReply {
     bool ok = false;
@@ -34,7 +35,7 @@ struct ControlReply {
 
 class ControlCommands {
 public:
-    ControlCommands(VoiceEngine& engine, VoiceStore& store) : engine_(engine), store_(store) {}
+    ControlCommands(VoiceEngine& engine, VoiceSelection& selection) : engine_(engine), selection_(selection) {}
 
     // A sentence on which global-shortcut mechanism is active, for the status.
     void setShortcutHint(std::function<QString()> hint) { shortcutHint_ = std::move(hint); }
@@ -57,7 +58,7 @@ private:
     QString statusText(const QJsonObject& status) const;
 
     VoiceEngine& engine_;
-    VoiceStore& store_;
+    VoiceSelection& selection_;
     std::function<QString()> shortcutHint_;
     OpenHandler openHandler_;
 };

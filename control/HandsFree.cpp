@@ -5,8 +5,8 @@
 
 namespace parlova {
 
-HandsFree::HandsFree(VoiceEngine& engine, VoiceStore& store, QObject* parent)
-    : QObject(parent), commands_(engine, store), server_(commands_) {
+HandsFree::HandsFree(VoiceEngine& engine, VoiceSelection& selection, QObject* parent)
+    : QObject(parent), commands_(engine, selection), server_(commands_) {
     shortcuts_.drive([this](const QStringList& words) { commands_.run(words); }, engine.talk());
     commands_.setShortcutHint([this] { return shortcuts_.hint(); });
     connect(&shortcuts_, &GlobalShortcuts::changed, this, &HandsFree::shortcutsChanged);

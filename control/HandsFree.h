@@ -16,7 +16,7 @@ class HandsFree : public QObject {
     Q_PROPERTY(QString shortcutHint READ shortcutHint NOTIFY shortcutsChanged)
 
 public:
-    HandsFree(VoiceEngine& engine, VoiceStore& store, QObject* parent = nullptr);
+    HandsFree(VoiceEngine& engine, VoiceSelection& selection, QObject* parent = nullptr);
 
     // Listens for commands and looks for a shortcut mechanism. Returns false
     // with a sentence in `error` when the control socket could not be opened

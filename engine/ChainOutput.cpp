@@ -21,8 +21,7 @@ int32_t ChainOutput::pull(BufferList& out, int frames) noexcept {
         std::fill_n(left_.data(), frames, 0.0f);
         std::fill_n(right_.data(), frames, 0.0f);
     }
-    const float* tapped = left_.data();
-    meter_.push(&tapped, frames);
+    meter_.push(left_.data(), frames);
     const float target = target_.load(std::memory_order_relaxed);
     float volume = applied_;
     for (int i = 0; i < frames; ++i) {

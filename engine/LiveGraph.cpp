@@ -5,7 +5,7 @@ namespace parlova {
 class LiveGraph::RecordingListener : public CaptureListener {
 public:
     explicit RecordingListener(TapRelay& relay) : relay_(relay) {}
-    void capturedAudio(const float* mono, int frames) noexcept override { relay_.push(&mono, frames); }
+    void capturedAudio(const float* mono, int frames) noexcept override { relay_.push(mono, frames); }
 
 private:
     TapRelay& relay_;
@@ -34,18 +34,13 @@ private:
     bool started_ = false;
 };
 
-TapRelay::Handler monoHandler(LiveGraph::BlockHandler handler) {
-    return [handler = std::move(handler)](const float* const* channels, int, int frames) {
-        if (handler) handler(channels[0], frames);
-    };
-}
 }  // namespace
 
 LiveGraph::LiveGraph(AudioBackend& backend, const LiveRoute& route, const VoiceStageFactory& stage,
                      BlockHandler recordTap, BlockHandler meterTap, const StreamFaults& faults)
     : route_(route) {
-    recordRelay_ = std::make_unique<TapRelay>(1, kTapFrames, monoHandler(std::move(recordTap)));
-    meterRelay_ = std::make_unique<TapRelay>(1, kTapFrames, monoHandler(std::move(meterTap)));
+    recordRelay_ = std::make_unique<TapRelay>(kTapFrames, std::move(recordTap));
+    meterRelay_ = std::make_unique<TapRelay>(kTapFrames, std::move(meterTap));
     recordingListener_ = std::make_unique<RecordingListener>(*recordRelay_);
 
     mic_ = std::make_unique<MicCapture>(backend, route.mic, kSampleRate, faults);

@@ -1,27 +1,16 @@
 #pragma once
-// A mono ring buffer between the microphone's clock and the output's clock.
+// A mono queue between the microphone's clock and the output's clock.
 //
 // The capture thread writes whatever the microphone delivers (mixed down to
-// mono); the output render thread reads exactly the frames it needs. Reading
-// starts only once a cushion of samples has gathered ("primed"), and an
-// underrun sends the bridge back to waiting for a full cushion. When more than
-// six cushions pile up (the output fell behind, or the microphone's clock runs
-// fast) the oldest samples are skipped down to two cushions, which keeps the
-// delay bounded without trimming on every small burst.
-//
-// Lock-free single producer, single consumer. Each side owns one counter of
-// samples ever passed through: the writer owns `written_`, the reader owns
-// `read_`, and neither ever stores the other's. The writer copies samples into
-// the ring, then publishes `written_` with release order; the reader loads it
-// with acquire order, so every sample it counts is visible. The reader
-// publishes `read_` with release order once it has copied, and the writer
-// loads it with acquire order before reusing those slots. The writer never
-// waits: when a stalled reader left no room, what does not fit is dropped.
-// The reader owns priming and trimming: it notices a backlog and skips ahead
-// to the newest two cushions.
+// mono); the output render thread reads exactly the frames it needs. The
+// queue is a CushionedRing: reading starts once a cushion has gathered, an
+// underrun waits for a full cushion again, and when more than six cushions
+// pile up (the output fell behind, or the microphone's clock runs fast) the
+// oldest samples are skipped down to two cushions, which keeps the delay
+// bounded without trimming on every small burst. The writer never waits.
 #include "dsp/AudioBuffers.h"
+#include "dsp/CushionedRing.h"
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -60,31 +49,22 @@ public:
     void reset() noexcept;
 
     double sampleRate() const { return sampleRate_; }
-    int capacity() const { return capacity_; }
-    int cushion() const { return cushion_; }
+    int capacity() const { return static_cast<int>(queue_.capacity()); }
+    int cushion() const { return static_cast<int>(queue_.cushion()); }
 
     // Observers on any thread (approximate while both sides run).
     // Samples waiting to be read, i.e. the delay the bridge adds, in frames.
-    int count() const noexcept;
-    bool isPrimed() const noexcept { return primed_.load(std::memory_order_relaxed); }
+    int count() const noexcept { return static_cast<int>(queue_.size()); }
+    bool isPrimed() const noexcept { return queue_.isPrimed(); }
     // Reads that ran dry after the bridge had primed (each re-arms priming).
-    uint64_t underruns() const noexcept { return underruns_.load(std::memory_order_relaxed); }
+    uint64_t underruns() const noexcept { return queue_.underruns(); }
     // Times the backlog was trimmed from above six cushions down to two.
-    uint64_t trims() const noexcept { return trims_.load(std::memory_order_relaxed); }
+    uint64_t trims() const noexcept { return queue_.trims(); }
 
 private:
-    void append(const float* mono, int frames) noexcept;
-
     double sampleRate_;
-    int capacity_;
-    int cushion_;
-    std::unique_ptr<float[]> storage_;
+    CushionedRing queue_;
     std::unique_ptr<float[]> scratch_;  // writer's mix-down area
-    std::atomic<uint64_t> written_{0};  // stored by the writer only
-    std::atomic<uint64_t> read_{0};     // stored by the reader only
-    std::atomic<bool> primed_{false};   // stored by the reader only
-    std::atomic<uint64_t> underruns_{0};
-    std::atomic<uint64_t> trims_{0};
 };
 
 }  // namespace parlova

@@ -36,9 +36,7 @@ PlaybackGraph::PlaybackGraph(AudioBackend& backend, std::unique_ptr<AudioFileRea
                              const Voice& voice, BlockHandler meterTap, const StreamFaults& faults)
     : file_(std::move(file)) {
     const AudioFormat fileFormat = file_->format();
-    meterRelay_ = std::make_unique<TapRelay>(1, 1024, [tap = std::move(meterTap)](const float* const* ch, int, int n) {
-        if (tap) tap(ch[0], n);
-    });
+    meterRelay_ = std::make_unique<TapRelay>(1024, std::move(meterTap));
     // The shifter's 75 ms block plus a short reverb tail.
     player_ = std::make_unique<Player>(*file_, finished_, static_cast<long long>(0.4 * fileFormat.sampleRate));
     // The chain runs at its own rate whatever the file's; the server converts for the device.

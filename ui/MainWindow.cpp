@@ -2,6 +2,7 @@
 
 #include "cloning/CloneLibrary.h"
 #include "cloning/VoiceCloner.h"
+#include "control/VoiceSelection.h"
 #include "engine/VoiceEngine.h"
 #include "ui/ClonePage.h"
 #include "ui/MicPanel.h"
@@ -124,9 +125,15 @@ MainWindow::MainWindow(AppModel model, QWidget* parent) : QMainWindow(parent), m
                         &VoiceEngine::clipChanged, &VoiceEngine::isExportingChanged, &VoiceEngine::isStartingLiveChanged})
         connect(&model_.engine, signal, this, &MainWindow::refreshMenu);
 
+    // A voice selected from anywhere (the tray, a shortcut, the control
+    // channel) shows here as if clicked.
+    connect(&model_.selection, &VoiceSelection::changed, this, &MainWindow::followSelection);
+
     refreshRows();
-    // Start on the voice the engine carries, else the first one.
-    if (!selectVoiceNamed(model_.engine.voice().name) && !model_.store.voices().empty())
+    // Start on the voice already selected, else the one the engine carries, else the first one.
+    if (model_.selection.current())
+        followSelection();
+    else if (!selectVoiceNamed(model_.engine.voice().name) && !model_.store.voices().empty())
         sidebar_->select(SidebarSelection{RowKind::voice, model_.store.voices().front().id});
     refreshMenu();
     refreshDetail();
@@ -234,21 +241,8 @@ void MainWindow::refreshRows() {
         clones.push_back({voice.id, voice.name, sampleLine(int(voice.samples.size()), voice.totalSeconds()), true, false});
     sidebar_->showRows(RowKind::clone, clones);
     // The voice on screen follows the store: an edit (from here or elsewhere)
-    // shows at once and reaches the engine.
-    auto chosen = sidebar_->selection();
-    if (chosen && chosen->kind == RowKind::voice)
-        if (const Voice* voice = voiceWithId(chosen->id)) {
-            voicePage_->showVoice(*voice);
-            transport_->setVoiceName(voice->name);
-            model_.engine.set(*voice);
-        }
-    // A cloned voice whose samples changed speaks with the new ones.
-    if (chosen && chosen->kind == RowKind::clone)
-        if (auto clone = model_.library.voice(chosen->id)) {
-            transport_->setVoiceName(clone->name);
-            CloneTarget target = model_.library.target(clone->id);
-            if (!(target == model_.engine.clone())) model_.engine.setClone(target);
-        }
+    // shows at once; the selection hands it to the engine.
+    showSelected();
 }
 
 void MainWindow::refreshDetail() {
@@ -274,27 +268,41 @@ QString MainWindow::currentPage() const {
     return "clone";
 }
 
-bool MainWindow::selectVoiceNamed(const QString& name) {
-    if (auto voice = model_.store.find(name)) {
-        sidebar_->select(SidebarSelection{RowKind::voice, voice->id});
-        return true;
-    }
-    if (auto clone = model_.library.find(name)) {
-        sidebar_->select(SidebarSelection{RowKind::clone, clone->id});
-        return true;
-    }
-    return false;
-}
+bool MainWindow::selectVoiceNamed(const QString& name) { return model_.selection.selectNamed(name); }
 
 void MainWindow::selectionChanged(const std::optional<SidebarSelection>& selection) {
-    if (selection && selection->kind == RowKind::clone) showClone(selection->id);
-    if (selection && selection->kind == RowKind::voice)
-        if (const Voice* voice = voiceWithId(selection->id)) {
-            model_.engine.setClone({});
-            voicePage_->showVoice(*voice);
-            transport_->setVoiceName(voice->name);
-            model_.engine.set(*voice);
+    if (selection && selection->kind == RowKind::clone) model_.selection.selectClone(selection->id);
+    if (selection && selection->kind == RowKind::voice) model_.selection.selectVoice(selection->id);
+    showSelected();
+}
+
+void MainWindow::followSelection() {
+    const auto current = model_.selection.current();
+    if (!current) return;
+    const SidebarSelection row{current->kind == VoiceSelection::Kind::clone ? RowKind::clone : RowKind::voice,
+                               current->id};
+    const auto shown = sidebar_->selection();
+    // Selecting the row comes back through selectionChanged(), which shows it.
+    if (!shown || shown->kind != row.kind || shown->id != row.id) {
+        sidebar_->select(row);
+        // A voice the sidebar does not list ("Natural") leaves no row selected.
+        const auto now = sidebar_->selection();
+        if (!now || now->id != row.id) sidebar_->select(std::nullopt);
+    }
+    showSelected();
+}
+
+void MainWindow::showSelected() {
+    const auto current = model_.selection.current();
+    if (current && current->kind == VoiceSelection::Kind::clone) {
+        if (model_.library.voice(current->id)) {
+            model_.library.setSelectedID(current->id);
+            clonePage_->showVoice(current->id);
         }
+    } else if (current) {
+        if (const Voice* voice = voiceWithId(current->id)) voicePage_->showVoice(*voice);
+    }
+    if (current) transport_->setVoiceName(model_.selection.name());
     refreshDetail();
 }
 
@@ -313,18 +321,6 @@ void MainWindow::newVoiceFromSelected() {
     if (!source) return;
     Voice copy = model_.store.duplicate(*source);
     sidebar_->select(SidebarSelection{RowKind::voice, copy.id});
-}
-
-void MainWindow::showClone(const QUuid& id) {
-    auto clone = model_.library.voice(id);
-    if (!clone) return;
-    model_.library.setSelectedID(id);
-    clonePage_->showVoice(id);
-    transport_->setVoiceName(clone->name);
-    // The worker gets ready while the user reads the page, so Live starts warm.
-    CloneTarget target = model_.library.target(id);
-    model_.engine.setClone(target);
-    if (model_.cloner.isInstalled() && !target.samples.isEmpty()) model_.cloner.prepare(target);
 }
 
 void MainWindow::newClonedVoice() {

@@ -21,6 +21,7 @@ class HandsFree;
 class VoiceCloner;
 class VirtualMicSetup;
 class VoiceEngine;
+class VoiceSelection;
 class VoiceStore;
 }  // namespace parlova
 
@@ -40,6 +41,7 @@ struct AppModel {
     CloneLibrary& library;
     VoiceCloner& cloner;
     QSettings& settings;
+    VoiceSelection& selection;
     HandsFree* handsFree;  // null where nothing listens for keys or commands
 };
 
@@ -85,7 +87,9 @@ private:
     void newClonedVoice();
     void deleteVoice(const QUuid& id);
     void deleteClone(const QUuid& id);
-    void showClone(const QUuid& id);
+    // Shows the selection's voice: the sidebar row, the page, the voice's name.
+    void followSelection();
+    void showSelected();
     void showError();
     const Voice* voiceWithId(const QUuid& id) const;
 

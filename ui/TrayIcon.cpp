@@ -1,5 +1,6 @@
 #include "ui/TrayIcon.h"
 
+#include "control/VoiceSelection.h"
 #include "engine/VoiceEngine.h"
 #include "ui/Icons.h"
 #include "voices/VoiceStore.h"
@@ -8,10 +9,9 @@
 
 namespace parlova::ui {
 
-TrayIcon::TrayIcon(VoiceEngine& engine, VoiceStore& store, std::function<void()> showWindow,
-                   std::function<void(const QUuid&)> selectVoice, QObject* parent)
-    : QObject(parent), engine_(engine), store_(store), showWindow_(std::move(showWindow)),
-      selectVoice_(std::move(selectVoice)) {
+TrayIcon::TrayIcon(VoiceEngine& engine, VoiceStore& store, VoiceSelection& selection,
+                   std::function<void()> showWindow, QObject* parent)
+    : QObject(parent), engine_(engine), store_(store), showWindow_(std::move(showWindow)), selection_(selection) {
     icon_.setContextMenu(&menu_);
     // The menu is built as it opens, so it always shows the current state.
     connect(&menu_, &QMenu::aboutToShow, this, &TrayIcon::rebuildMenu);
@@ -21,6 +21,7 @@ TrayIcon::TrayIcon(VoiceEngine& engine, VoiceStore& store, std::function<void()>
     for (auto signal : {&VoiceEngine::liveStateChanged, &VoiceEngine::callModeChanged, &VoiceEngine::bypassChanged,
                         &VoiceEngine::voiceChanged})
         connect(&engine_, signal, this, &TrayIcon::refreshIcon);
+    connect(&selection_, &VoiceSelection::changed, this, &TrayIcon::refreshIcon);
     connect(&engine_.talk(), &TalkControl::statusChanged, this, &TrayIcon::refreshIcon);
     rebuildMenu();
     refreshIcon();
@@ -37,9 +38,10 @@ void TrayIcon::rebuildMenu() {
     for (const Voice& voice : store_.voices()) {
         QAction* item = menu_.addAction(voice.emoji.isEmpty() ? voice.name : voice.emoji + "  " + voice.name);
         item->setCheckable(true);
-        item->setChecked(voice.id == engine_.voice().id);
+        const auto current = selection_.current();
+        item->setChecked(current && current->kind == VoiceSelection::Kind::effect && current->id == voice.id);
         QUuid id = voice.id;
-        connect(item, &QAction::triggered, this, [this, id] { selectVoice_(id); });
+        connect(item, &QAction::triggered, this, [this, id] { selection_.selectVoice(id); });
     }
     menu_.addSeparator();
     menu_.addAction("Show Parlova", this, [this] { showWindow_(); });
@@ -51,10 +53,10 @@ void TrayIcon::refreshIcon() {
     QString state = "Parlova";
     if (engine_.isLive() && engine_.callMode()) {
         accent = QColor(0x1f, 0x9d, 0x55);
-        state = "Parlova: in a call as " + engine_.voice().name;
+        state = "Parlova: in a call as " + selection_.name();
     } else if (engine_.isLive()) {
         accent = QColor(0xd9, 0x3a, 0x2b);
-        state = "Parlova: live as " + engine_.voice().name;
+        state = "Parlova: live as " + selection_.name();
     }
     if (engine_.isLive() && engine_.bypass()) state += " (natural voice)";
     if (engine_.isLive() && engine_.talk().mode() != TalkMode::always) state += "\n" + engine_.talk().status();

@@ -8,6 +8,7 @@
 
 namespace parlova {
 class VoiceEngine;
+class VoiceSelection;
 class VoiceStore;
 }  // namespace parlova
 
@@ -16,9 +17,9 @@ namespace parlova::ui {
 class TrayIcon : public QObject {
     Q_OBJECT
 public:
-    // `showWindow` brings the window back; `selectVoice` picks a voice by id.
-    TrayIcon(VoiceEngine& engine, VoiceStore& store, std::function<void()> showWindow,
-             std::function<void(const QUuid&)> selectVoice, QObject* parent = nullptr);
+    // `showWindow` brings the window back; the voice items select through `selection`.
+    TrayIcon(VoiceEngine& engine, VoiceStore& store, VoiceSelection& selection, std::function<void()> showWindow,
+             QObject* parent = nullptr);
 
     // Whether the desktop shows tray icons at all (plain GNOME does not).
     static bool desktopHasTray() { return QSystemTrayIcon::isSystemTrayAvailable(); }
@@ -35,7 +36,7 @@ private:
     VoiceEngine& engine_;
     VoiceStore& store_;
     std::function<void()> showWindow_;
-    std::function<void(const QUuid&)> selectVoice_;
+    VoiceSelection& selection_;
     QSystemTrayIcon icon_;
     QMenu menu_;
     bool noticeShown_ = false;

@@ -2,6 +2,7 @@
 // list (refused ones change nothing), and the socket itself: private to its
 // user, answering a client over the wire.
 #include "control/ControlServer.h"
+#include "control/VoiceSelection.h"
 #include "engine/VoiceEngine.h"
 #include "support/PulseServer.h"
 #include "voices/VoiceStore.h"
@@ -28,7 +29,8 @@ struct Channel {
     QSettings settings{dir.filePath("settings.ini"), QSettings::IniFormat};
     VoiceEngine engine{&settings, nullptr};
     VoiceStore store{&settings};
-    ControlCommands commands{engine, store};
+    VoiceSelection selection{engine, store};
+    ControlCommands commands{engine, selection};
 };
 
 }  // namespace
@@ -38,7 +40,7 @@ TEST(ControlCommands, ApplyCommandsAndRefuseOthersWithoutChangingAnything) {
     c.engine.talk().setMode(TalkMode::pushToTalk, false);
     const auto& voices = c.store.voices();
     ASSERT_GE(voices.size(), 2u);
-    c.engine.set(voices[0]);
+    c.selection.selectVoice(voices[0].id);
     struct Case {
         const char* request;
         bool ok;
@@ -53,7 +55,6 @@ TEST(ControlCommands, ApplyCommandsAndRefuseOthersWithoutChangingAnything) {
         {"voice prev", true, [&](VoiceEngine& e) { return e.voice().id == voices[0].id; }},
         {"voice prev", true, [&](VoiceEngine& e) { return e.voice().id == voices.back().id; }},
         {"voice natural", true, [](VoiceEngine& e) { return e.voice().id == Voice::natural().id; }},
-        {"live stop", true, [](VoiceEngine& e) { return !e.isLive(); }},
         {"ptt hold", false, {}},
         {"ptt", false, {}},
         {"bypass maybe", false, {}},

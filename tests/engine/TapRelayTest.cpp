@@ -14,19 +14,17 @@ TEST(TapRelay, DeliversWholeBlocksInOrderOffTheCallingThread) {
     std::vector<float> received;
     std::thread::id handlerThread;
     {
-        TapRelay relay(1, 1024, [&](const float* const* ch, int channels, int frames) {
-            EXPECT_EQ(channels, 1);
+        TapRelay relay(1024, [&](const float* mono, int frames) {
             EXPECT_EQ(frames, 1024);
             std::lock_guard guard(lock);
             handlerThread = std::this_thread::get_id();
-            received.insert(received.end(), ch[0], ch[0] + frames);
+            received.insert(received.end(), mono, mono + frames);
         });
         // Odd block sizes, as an output device asks for them.
         std::vector<float> ramp(5000);
         for (size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<float>(i);
         for (size_t at = 0; at < ramp.size(); at += 333) {
-            const float* p = ramp.data() + at;
-            relay.push(&p, static_cast<int>(std::min<size_t>(333, ramp.size() - at)));
+            relay.push(ramp.data() + at, static_cast<int>(std::min<size_t>(333, ramp.size() - at)));
         }
     }  // the relay hands on every finished block before it goes
     ASSERT_EQ(received.size(), 4u * 1024u);  // the partial fifth block is not handed on
@@ -41,16 +39,16 @@ TEST(TapRelay, DropsBlocksRatherThanWaitingForAStuckHandler) {
     std::atomic<bool> release{false};
     std::atomic<int> handled{0};
     {
-        TapRelay relay(2, 256, [&](const float* const*, int channels, int) {
-            EXPECT_EQ(channels, 2);
+        TapRelay relay(256, [&](const float*, int) {
             while (!release.load()) std::this_thread::yield();
             ++handled;
         }, 4);
-        std::vector<float> left(256, 1.0f), right(256, -1.0f);
-        const float* channels[2] = {left.data(), right.data()};
-        for (int i = 0; i < 100; ++i) relay.push(channels, 256);
-        EXPECT_EQ(relay.dropped(), 96u);
+        std::vector<float> block(256, 1.0f);
+        for (int i = 0; i < 100; ++i) relay.push(block.data(), 256);
+        // The handler holds at most one block and the ring four more.
+        EXPECT_GE(relay.dropped(), 95u);
         release.store(true);
     }
-    EXPECT_EQ(handled.load(), 4);
+    EXPECT_GE(handled.load(), 4);
+    EXPECT_LE(handled.load(), 5);
 }

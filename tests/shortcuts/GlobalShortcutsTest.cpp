@@ -3,6 +3,7 @@
 // X11 under Xvfb with xdotool pressing the key; without either, the hint
 // points at the control commands.
 #include "control/ControlCommands.h"
+#include "control/VoiceSelection.h"
 #include "engine/VoiceEngine.h"
 #include "shortcuts/GlobalShortcuts.h"
 #include "support/PulseServer.h"
@@ -129,7 +130,8 @@ struct Driven {
     QSettings settings{dir.filePath("settings.ini"), QSettings::IniFormat};
     VoiceEngine engine{&settings, nullptr};
     VoiceStore store{&settings};
-    ControlCommands commands{engine, store};
+    VoiceSelection selection{engine, store};
+    ControlCommands commands{engine, selection};
     GlobalShortcuts shortcuts;
     Driven() {
         engine.talk().setMode(TalkMode::pushToTalk, false);

@@ -18,6 +18,8 @@
 #include "ui/VoicePage.h"
 #include "voices/VoiceStore.h"
 
+#include "control/VoiceSelection.h"
+
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -34,8 +36,8 @@ struct Harness {
           settings(dir.filePath("settings.ini"), QSettings::IniFormat), store(&settings),
           engine(&settings, &backend), devices(&backend), setup(&devices),
           cloner(VoiceClonerOptions{dir.filePath("support"), {}, {}, QProcessEnvironment::systemEnvironment()}),
-          library(dir.filePath("ClonedVoices"), &settings),
-          window(AppModel{store, engine, devices, setup, library, cloner, settings, nullptr}) {
+          library(dir.filePath("ClonedVoices"), &settings), selection(engine, store, &library),
+          window(AppModel{store, engine, devices, setup, library, cloner, settings, selection, nullptr}) {
         engine.setCloner(&cloner);
         QTRY_VERIFY(!devices.inputs().empty());
     }
@@ -48,6 +50,7 @@ struct Harness {
     VirtualMicSetup setup;
     VoiceCloner cloner;
     CloneLibrary library;
+    VoiceSelection selection;
     MainWindow window;
 };
 
