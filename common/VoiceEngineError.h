@@ -1,6 +1,8 @@
 #pragma once
-// The one error type of the engine, the cloner and the installers: it carries a
-// finished sentence for the user, shown as it is.
+// The one error type of the engine, the cloner and the installers: a code the
+// program decides on, and a finished sentence for the user, shown as it is.
+#include "common/ErrorSentences.h"
+
 #include <stdexcept>
 #include <string>
 
@@ -8,13 +10,17 @@ namespace parlova {
 
 class VoiceEngineError : public std::runtime_error {
 public:
-    explicit VoiceEngineError(const std::string& message) : std::runtime_error(message) {}
-    std::string errorDescription() const { return what(); }
-};
+    explicit VoiceEngineError(const std::string& message, ErrorCode code = ErrorCode::failed)
+        : std::runtime_error(message), code_(code) {}
+    // The code's own sentence.
+    explicit VoiceEngineError(ErrorCode code) : VoiceEngineError(sentence(code), code) {}
 
-// The sound server refused Parlova the microphone (the window shows its own
-// screen for this rather than an error).
-inline constexpr const char* kMicrophoneRefusedMessage = "Parlova isn't allowed to use the microphone.";
+    ErrorCode code() const { return code_; }
+    std::string errorDescription() const { return what(); }
+
+private:
+    ErrorCode code_;
+};
 
 // "Couldn't <what> (error <status>)." for low-level status failures.
 inline VoiceEngineError statusError(const std::string& what, long status) {

@@ -13,6 +13,7 @@
 // - Stream faults (`StreamFaults`) arrive on the audio thread once; whoever
 //   receives them hops to its own thread before acting.
 // - `BackendEvents` signals are emitted on the application's main thread.
+#include "common/ErrorSentences.h"
 #include "devices/DeviceTable.h"
 #include "dsp/AudioBuffers.h"
 
@@ -28,10 +29,6 @@
 
 namespace parlova {
 
-// The sentence shown when no sound server answers.
-inline const std::string kNoServerMessage =
-    "Couldn't reach the sound server. Make sure PulseAudio or PipeWire is running, then try again.";
-
 // Receives captured mono audio on the audio thread.
 class CaptureSink {
 public:
@@ -43,7 +40,7 @@ public:
 // thread: the device went away, or the stream broke (with the user's sentence).
 struct StreamFaults {
     std::function<void()> deviceLost;
-    std::function<void(const std::string& message)> failed;
+    std::function<void(ErrorCode code, const std::string& message)> failed;
 };
 
 // An open record or playback stream. Created paused; start() and stop() only

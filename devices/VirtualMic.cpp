@@ -155,7 +155,7 @@ QString VirtualMic::pipewireDropIn() {
 void VirtualMic::install() {
     auto& control = AudioBackend::system();
     const auto modules = control.modules();
-    if (!modules) throw VoiceEngineError(kNoServerMessage);
+    if (!modules) throw VoiceEngineError(ErrorCode::serverUnreachable);
     const std::string server = control.serverName();
     const Loaded loaded = loadedModules(*modules);
     // Reinstalling is the update: the running copy and the former device go first.
@@ -182,7 +182,7 @@ void VirtualMic::install() {
 void VirtualMic::uninstall() {
     auto& control = AudioBackend::system();
     const auto modules = control.modules();
-    if (!modules) throw VoiceEngineError(kNoServerMessage);
+    if (!modules) throw VoiceEngineError(ErrorCode::serverUnreachable);
     const Loaded loaded = loadedModules(*modules);
     unloadAll(loaded.current);
     unloadAll(loaded.former);

@@ -177,7 +177,7 @@ void ClipSession::setPlaying(bool on) {
 void ClipSession::play(const Voice& voice, const QString& outputUID, const QString& source) {
     if (clipURL_.isEmpty() || isPlaying_) return;
     if (!backend_) {
-        emit failed("Couldn't start playback: " + QString::fromStdString(kNoServerMessage));
+        emit failed("Couldn't start playback: " + QString::fromUtf8(kNoServerMessage));
         return;
     }
     setPlaying(true);
@@ -197,7 +197,7 @@ void ClipSession::play(const Voice& voice, const QString& outputUID, const QStri
         }, Qt::QueuedConnection);
     };
     faults.deviceLost = stop;
-    faults.failed = [stop](const std::string&) { stop(); };
+    faults.failed = [stop](ErrorCode, const std::string&) { stop(); };
     struct Outcome {
         std::shared_ptr<PlaybackGraph> graph;
         QString error;
@@ -211,7 +211,7 @@ void ClipSession::play(const Voice& voice, const QString& outputUID, const QStri
             try {
                 auto file = AudioFileReader::open(path);
                 const auto table = backend->snapshot();
-                if (!table) throw VoiceEngineError(kNoServerMessage);
+                if (!table) throw VoiceEngineError(ErrorCode::serverUnreachable);
                 auto output = deviceRules::deviceID(*table, outputUID.isEmpty() ? std::nullopt : std::optional(outputUID));
                 if (!output) output = table->defaultOutput;
                 const DeviceEntry* entry = output ? table->find(*output) : nullptr;

@@ -42,7 +42,7 @@ LiveRoute routeLive(const DeviceTable& table, const RouteRequest& request) {
     std::optional<uint32_t> output, monitor;
     if (request.isCall) {
         const auto cable = deviceRules::virtualCableID(table);
-        if (!cable) throw VoiceEngineError(kCallNeedsVirtualMicMessage);
+        if (!cable) throw VoiceEngineError(ErrorCode::callNeedsVirtualMic);
         output = cable;
         if (request.hearMyself) {
             auto chosen = deviceRules::deviceID(table, optionalUid(request.outputUID));
@@ -58,7 +58,7 @@ LiveRoute routeLive(const DeviceTable& table, const RouteRequest& request) {
     const auto mic = physicalMic(table, request.inputUID, request.savedMicUID);
     const DeviceEntry* micEntry = mic ? table.find(*mic) : nullptr;
     const DeviceEntry* outEntry = output ? table.find(*output) : nullptr;
-    if (!micEntry || !outEntry) throw VoiceEngineError(kNoDevicesMessage);
+    if (!micEntry || !outEntry) throw VoiceEngineError(ErrorCode::noDevices);
     LiveRoute route;
     route.mic = *micEntry;
     route.output = *outEntry;

@@ -12,10 +12,6 @@
 
 namespace parlova {
 
-inline constexpr const char* kNoDevicesMessage = "No microphone or output device is available.";
-inline constexpr const char* kCallNeedsVirtualMicMessage =
-    "Call mode needs the virtual mic. Press Install Virtual Mic in the Calls section, then try again.";
-
 struct RouteRequest {
     bool isCall = false;      // call mode while live
     bool hearMyself = false;  // add a monitor in call mode

@@ -10,15 +10,22 @@ namespace parlova {
 struct LiveSession::Attempt {
     std::shared_ptr<LiveGraph> graph;
     DeviceTable table;
+    ErrorCode code = ErrorCode::failed;
     QString error;
+
+    void fail(const VoiceEngineError& failure) {
+        code = failure.code();
+        error = QString::fromStdString(failure.errorDescription());
+    }
 };
 
 LiveSession::LiveSession(AudioBackend* backend, BackendJobs& jobs, QObject* parent)
     : QObject(parent), backend_(backend), jobs_(jobs), watcher_(backend) {
     // Queued, so that a lost server is known before the watcher's reports are handled.
     connect(&watcher_, &DeviceWatcher::deviceLost, this,
-            [this](uint32_t) { fault(generation_, serverLost_ ? QString::fromStdString(kNoServerMessage)
-                                                              : QString(kDisconnectedMessage)); },
+            [this](uint32_t) {
+                fault(generation_, serverLost_ ? ErrorCode::serverUnreachable : ErrorCode::deviceGone);
+            },
             Qt::QueuedConnection);
     startBound_.setSingleShot(true);
     connect(&startBound_, &QTimer::timeout, this, [this] {
@@ -26,7 +33,7 @@ LiveSession::LiveSession(AudioBackend* backend, BackendJobs& jobs, QObject* pare
         // The job thread may be stuck in a server call: leave it there. The
         // bumped generation drops whatever it brings back.
         tearDown();
-        emit startFailed(QString::fromUtf8(kServerSilentMessage));
+        emit startFailed(ErrorCode::serverSilent, QString::fromUtf8(kServerSilentMessage));
     });
     if (backend_) {
         connect(&backend_->events(), &BackendEvents::serverLost, this, [this] { serverLost_ = true; });
@@ -56,7 +63,7 @@ void LiveSession::attempt(int number) {
     Request request = request_();
     if (!backend_) {
         auto failed = std::make_shared<Attempt>();
-        failed->error = QString::fromStdString(kNoServerMessage);
+        failed->fail(VoiceEngineError(ErrorCode::serverUnreachable));
         QMetaObject::invokeMethod(this, [this, generation, number, failed] { finished(generation, number, failed); },
                                   Qt::QueuedConnection);
         return;
@@ -66,12 +73,12 @@ void LiveSession::attempt(int number) {
     StreamFaults faults;
     faults.deviceLost = [self, generation] {
         QMetaObject::invokeMethod(self, [self, generation] {
-            if (self) self->fault(generation, QString(kDisconnectedMessage));
+            if (self) self->fault(generation, ErrorCode::deviceGone);
         }, Qt::QueuedConnection);
     };
-    faults.failed = [self, generation](const std::string& message) {
-        QMetaObject::invokeMethod(self, [self, generation, text = QString::fromStdString(message)] {
-            if (self) self->fault(generation, text);
+    faults.failed = [self, generation](ErrorCode code, const std::string& message) {
+        QMetaObject::invokeMethod(self, [self, generation, code, text = QString::fromStdString(message)] {
+            if (self) self->fault(generation, code, text);
         }, Qt::QueuedConnection);
     };
     AudioBackend* backend = backend_;
@@ -81,7 +88,7 @@ void LiveSession::attempt(int number) {
             auto result = std::make_shared<Attempt>();
             auto table = backend->snapshot();
             if (!table) {
-                result->error = QString::fromStdString(kNoServerMessage);
+                result->fail(VoiceEngineError(ErrorCode::serverUnreachable));
                 return result;
             }
             try {
@@ -93,7 +100,7 @@ void LiveSession::attempt(int number) {
                 result->graph = std::move(graph);
                 result->table = std::move(*table);
             } catch (const VoiceEngineError& error) {
-                result->error = QString::fromStdString(error.errorDescription());
+                result->fail(error);
             }
             return result;
         },
@@ -125,13 +132,13 @@ void LiveSession::finished(int generation, int number, const std::shared_ptr<Att
         return;
     }
     setStarting(false);
-    emit startFailed(result->error);
+    emit startFailed(result->code, result->error);
 }
 
-void LiveSession::fault(int generation, const QString& message) {
+void LiveSession::fault(int generation, ErrorCode code, const QString& message) {
     if (generation != generation_ || !graph_) return;  // a report about a route already gone
     tearDown();
-    emit stopped(message);
+    emit stopped(code, message.isEmpty() ? QString::fromUtf8(sentence(code)) : message);
 }
 
 void LiveSession::tearDown() {

@@ -18,14 +18,6 @@
 
 namespace parlova {
 
-inline constexpr const char* kServerSilentMessage =
-    "The sound server did not answer, so Live did not start. Make sure PulseAudio or PipeWire is running, "
-    "then try again.";
-
-inline constexpr const char* kDisconnectedMessage =
-    "An audio device in use was disconnected (for example, headphones unplugged), so Live was stopped. "
-    "Press Talk Live to continue.";
-
 class LiveSession : public QObject {
     Q_OBJECT
 public:
@@ -68,16 +60,17 @@ public:
 
 signals:
     void started();
-    void startFailed(const QString& message);
+    void startFailed(parlova::ErrorCode code, const QString& message);
     // A running route stopped by itself (device gone, stream broke, server lost).
-    void stopped(const QString& message);
+    void stopped(parlova::ErrorCode code, const QString& message);
     void startingChanged();
 
 private:
     struct Attempt;
     void attempt(int number);
     void finished(int generation, int number, const std::shared_ptr<Attempt>& result);
-    void fault(int generation, const QString& message);
+    // A running route broke; the code's own sentence unless `message` says more.
+    void fault(int generation, ErrorCode code, const QString& message = {});
     void setStarting(bool on);
     void dispose(std::shared_ptr<LiveGraph> graph);
 

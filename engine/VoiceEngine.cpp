@@ -244,8 +244,8 @@ void VoiceEngine::setMicDenied(bool denied) {
     emit micDeniedChanged();
 }
 
-void VoiceEngine::liveStartFailed(const QString& message) {
-    const bool denied = message == QLatin1String(kMicrophoneRefusedMessage);
+void VoiceEngine::liveStartFailed(ErrorCode code, const QString& message) {
+    const bool denied = code == ErrorCode::microphoneRefused;
     setMicDenied(denied);
     if (!denied) setErrorMessage(message);
     setLive(false);
@@ -255,7 +255,7 @@ void VoiceEngine::liveStartFailed(const QString& message) {
         updateLiveEngine();
 }
 
-void VoiceEngine::liveStopped(const QString& message) {
+void VoiceEngine::liveStopped(ErrorCode, const QString& message) {
     delay_.follow(nullptr);
     chains_.setLive(nullptr);
     if (isRecording_) finishRecording();

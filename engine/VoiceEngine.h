@@ -226,8 +226,8 @@ private:
     void releaseLiveClaim();
     void setLive(bool on);
     void setMicDenied(bool denied);
-    void liveStopped(const QString& message);
-    void liveStartFailed(const QString& message);
+    void liveStopped(ErrorCode code, const QString& message);
+    void liveStartFailed(ErrorCode code, const QString& message);
     void liveRouteStarted();
     void setRecording(bool on);
     void finishRecording();

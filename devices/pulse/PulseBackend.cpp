@@ -30,7 +30,7 @@ namespace {
 std::shared_ptr<PulseLoop> streamLoop() {
     int error = 0;
     auto loop = sharedStreamLoop(&error);
-    if (!loop) throw VoiceEngineError(kNoServerMessage);
+    if (!loop) throw VoiceEngineError(ErrorCode::serverUnreachable);
     return loop;
 }
 }  // namespace

@@ -27,14 +27,14 @@ PulseStream::~PulseStream() {
     stream_ = nullptr;
 }
 
-void PulseStream::waitReady(const char* what) {
+void PulseStream::waitReady(const char* what, ErrorCode refusal) {
     const bool settled = loop_->waitFor([this] {
         const auto state = pa_stream_get_state(stream_);
         return state == PA_STREAM_READY || !PA_STREAM_IS_GOOD(state);
     });
     if (!settled || pa_stream_get_state(stream_) != PA_STREAM_READY) {
         const int err = pa_context_errno(loop_->context());
-        if (err == PA_ERR_ACCESS && std::strstr(what, "microphone")) throw VoiceEngineError(kMicrophoneRefusedMessage);
+        if (err == PA_ERR_ACCESS && refusal == ErrorCode::microphoneRefused) throw VoiceEngineError(refusal);
         throw statusError(what, err ? err : PA_ERR_BADSTATE);
     }
     closing_ = false;
@@ -92,8 +92,10 @@ void PulseStream::onState(pa_stream* s, void* userdata) {
         if (self->faults_.deviceLost) self->faults_.deviceLost();
     } else if (self->faults_.failed) {
         // A terminated connection means the sound server itself went away.
-        self->faults_.failed(err == PA_ERR_CONNECTIONTERMINATED ? kNoServerMessage
-                                                                : statusError(self->keepWhat_, err).errorDescription());
+        if (err == PA_ERR_CONNECTIONTERMINATED)
+            self->faults_.failed(ErrorCode::serverUnreachable, kNoServerMessage);
+        else
+            self->faults_.failed(ErrorCode::failed, statusError(self->keepWhat_, err).errorDescription());
     }
 }
 
@@ -133,10 +135,10 @@ PulseCapture::PulseCapture(std::shared_ptr<PulseLoop> loop, const DeviceEntry& d
     if (pa_stream_connect_record(stream_, device.sourceName.c_str(), &attr, kStreamFlags) < 0)
     {
         const int err = pa_context_errno(loop_->context());
-        if (err == PA_ERR_ACCESS) throw VoiceEngineError(kMicrophoneRefusedMessage);
+        if (err == PA_ERR_ACCESS) throw VoiceEngineError(ErrorCode::microphoneRefused);
         throw statusError("select the microphone", err);
     }
-    waitReady("listen to the microphone");
+    waitReady("listen to the microphone", ErrorCode::microphoneRefused);
 }
 
 void PulseCapture::onRead(pa_stream* s, size_t, void* userdata) {
@@ -184,7 +186,7 @@ PulseOutput::PulseOutput(std::shared_ptr<PulseLoop> loop, const DeviceEntry& dev
     attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(static_cast<pa_usec_t>(bufferSeconds * 1e6), &spec));
     if (pa_stream_connect_playback(stream_, device.sinkName.c_str(), &attr, kStreamFlags, nullptr, nullptr) < 0)
         throw statusError("select the output device", pa_context_errno(loop_->context()));
-    waitReady("connect the output");
+    waitReady("connect the output", ErrorCode::failed);
 }
 
 void PulseOutput::render(float* out, int frames) noexcept {

@@ -27,7 +27,7 @@ protected:
     PulseStream(std::shared_ptr<PulseLoop> loop, StreamFaults faults);
     // With the loop locked: connects `stream_` (already created) and waits
     // until it is ready; throws with `what` on failure.
-    void waitReady(const char* what);
+    void waitReady(const char* what, ErrorCode refusal);
     static void onLatencyUpdate(pa_stream* s, void* userdata);
     void noteLatency(pa_stream* s) noexcept;
     // Audio thread: asks the server for a fresh timing report now and then.

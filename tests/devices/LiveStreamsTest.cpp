@@ -69,7 +69,7 @@ TEST(LiveStreamsPulse, DevicesUnloadedMidStreamAreReportedOnce) {
     const int feed = server->nullSink("usb_feed", "USB Feed", 1);
     const int mic = server->remapSource("usb_feed", "usb_mic", "USB Mic");
     std::atomic<int> lost{0}, failed{0};
-    StreamFaults faults{[&] { ++lost; }, [&](const std::string&) { ++failed; }};
+    StreamFaults faults{[&] { ++lost; }, [&](ErrorCode, const std::string&) { ++failed; }};
     SineSource sine(440, 48000, 0.1f);
     Discard collector;
     auto output = backend().openOutput(entry("usb_headset"), AudioFormat{48000, 2}, sine, 0.02, faults);

@@ -79,7 +79,7 @@ StartOutcome startWith(testaudio::FakeBackend& backend) {
     LiveSession session(&backend, jobs);
     StartOutcome outcome;
     QObject::connect(&session, &LiveSession::started, [&] { outcome.started = true; });
-    QObject::connect(&session, &LiveSession::startFailed, [&](const QString& e) { outcome.error = e; });
+    QObject::connect(&session, &LiveSession::startFailed, [&](ErrorCode, const QString& e) { outcome.error = e; });
     session.start([] {
         LiveSession::Request r;
         r.stage = EffectVoiceStage::factory(Voice::natural());

@@ -66,7 +66,7 @@ public:
     }
     bool setDefaultInput(const DeviceEntry&) override { return true; }
     std::unique_ptr<AudioStream> openCapture(const DeviceEntry&, double, double, CaptureSink&, StreamFaults) override {
-        if (!captureError.empty()) throw VoiceEngineError(captureError);
+        if (!captureError.empty()) throw VoiceEngineError(captureError, captureErrorCode);
         return std::make_unique<FakeStream>();
     }
     std::unique_ptr<AudioStream> openOutput(const DeviceEntry&, AudioFormat, AudioSource& render, double,
@@ -84,6 +84,7 @@ public:
     std::atomic<int> snapshots{0};
     std::vector<AudioSource*> outputs;  // in the order opened
     std::string captureError;           // when set, every capture fails with it
+    ErrorCode captureErrorCode = ErrorCode::failed;
 
 private:
     std::function<DeviceTable()> table_;

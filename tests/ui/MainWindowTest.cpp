@@ -252,6 +252,7 @@ private slots:
     void aRefusedMicrophoneShowsItsOwnScreen() {
         Harness h;
         h.backend.captureError = kMicrophoneRefusedMessage;
+        h.backend.captureErrorCode = ErrorCode::microphoneRefused;
         h.engine.toggleLive();
         QTRY_COMPARE(h.window.currentPage(), "micDenied");
         QVERIFY(h.engine.errorMessage().isEmpty());  // the screen says it; no error box on top
