@@ -184,7 +184,7 @@ void ClipSession::play(const Voice& voice, const QString& outputUID, const QStri
     const int generation = ++playGeneration_;
     QPointer<ClipSession> self(this);
     auto meterTap = [self](const float* mono, int frames) {
-        const float level = LevelMonitor::rms(mono, frames);
+        const LevelMonitor::Level level = LevelMonitor::measure(mono, frames);
         QMetaObject::invokeMethod(self, [self, level] {
             if (self && self->meter_) self->meter_(level);
         });

@@ -6,6 +6,7 @@
 // backend's job thread.
 #include "devices/AudioBackend.h"
 #include "devices/BackendJobs.h"
+#include "engine/LevelMonitor.h"
 #include "engine/OfflineRenderer.h"
 #include "engine/PlaybackGraph.h"
 #include "engine/RecordingSink.h"
@@ -34,7 +35,7 @@ QString recordingsFolder();
 class ClipSession : public QObject {
     Q_OBJECT
 public:
-    using Meter = std::function<void(float level)>;  // called on the main thread
+    using Meter = std::function<void(LevelMonitor::Level level)>;  // called on the main thread
 
     ClipSession(AudioBackend* backend, BackendJobs& jobs, ActiveChains& chains, Meter meter, QObject* parent = nullptr);
     ~ClipSession() override;

@@ -1,39 +1,35 @@
 #pragma once
-// Smooths buffer levels from the audio taps and publishes them at a bounded
-// rate (at most 20 times a second, never for changes of 0.005 or less).
+// The level of the audio the user hears, as measured: the RMS level and the
+// peak of the latest tap block, in dBFS. How a meter moves (its rise, fall and
+// peak hold) is the meter widget's business, not the engine's.
 #include <QObject>
-
-#include <chrono>
 
 namespace parlova {
 
 class LevelMonitor : public QObject {
     Q_OBJECT
-    Q_PROPERTY(float value READ value NOTIFY valueChanged)
 public:
-    using Clock = std::chrono::steady_clock;
+    // What silence measures (and where the monitor rests when nothing plays).
+    static constexpr float kFloorDb = -120.0f;
+
+    struct Level {
+        float rmsDb = kFloorDb;
+        float peakDb = kFloorDb;
+    };
 
     explicit LevelMonitor(QObject* parent = nullptr) : QObject(parent) {}
 
-    // Normalised level of one channel: -50 dBFS and below -> 0, 0 dBFS -> 1,
-    // linear in decibels between. Safe on the audio thread.
-    static float rms(const float* samples, int frames) noexcept;
+    // One block's level. Safe on the audio and tap threads.
+    static Level measure(const float* samples, int frames) noexcept;
 
-    float value() const { return value_; }
-    float smoothed() const { return smoothed_; }
-
-    // Feeds one level (main thread). `now` is injectable for tests.
-    void update(float level, Clock::time_point now = Clock::now());
-    // Back to zero when the audio that fed it stops.
-    void reset();
-
-signals:
-    void valueChanged(float value);
+    // The latest level (main thread).
+    Level level() const { return level_; }
+    void update(Level level) { level_ = level; }
+    // Back to silence when the audio that fed it stops.
+    void reset() { level_ = {}; }
 
 private:
-    float value_ = 0;
-    float smoothed_ = 0;
-    Clock::time_point lastPublish_{};
+    Level level_;
 };
 
 // Whether a newly read pitch should replace the published one: a move of at

@@ -19,7 +19,7 @@ VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, QObject* pa
       voice_(Voice::builtIns().front()), meter_(this),
       call_(settings ? *settings : *(ownedSettings_ = std::make_unique<QSettings>()), backend, jobs_, this),
       live_(backend, jobs_, this),
-      clip_(backend, jobs_, chains_, [this](float level) { feedMeter(level); }, this) {
+      clip_(backend, jobs_, chains_, [this](LevelMonitor::Level level) { feedMeter(level); }, this) {
     if (settings_ == nullptr) settings_ = ownedSettings_.get();
     clockStart_ = std::chrono::steady_clock::now();
     inputUID_ = settings_->value(kInputDeviceKey).toString();
@@ -123,7 +123,7 @@ void VoiceEngine::publishDetectedPitch() {
     }
 }
 
-void VoiceEngine::feedMeter(float level) {
+void VoiceEngine::feedMeter(LevelMonitor::Level level) {
     if (live_.isRunning() || clip_.isPlaying()) meter_.update(level);
 }
 
@@ -205,7 +205,7 @@ LiveSession::Request VoiceEngine::liveRequest() {
     request.recordTap = [sink = clip_.sink()](const float* mono, int frames) { sink->write(&mono, frames); };
     QPointer<VoiceEngine> self(this);
     request.meterTap = [self](const float* mono, int frames) {
-        const float level = LevelMonitor::rms(mono, frames);
+        const LevelMonitor::Level level = LevelMonitor::measure(mono, frames);
         QMetaObject::invokeMethod(self, [self, level] {
             if (self) self->feedMeter(level);
         });

@@ -232,7 +232,7 @@ private:
     void setRecording(bool on);
     void finishRecording();
     void chooseDevice(QString& chosen, const char* key, const QString& uid, bool remember);
-    void feedMeter(float level);
+    void feedMeter(LevelMonitor::Level level);
     void applyVoiceToChains();
     void publishDetectedPitch();
     void ensureModulator();

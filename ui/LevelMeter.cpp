@@ -9,10 +9,24 @@ namespace parlova::ui {
 
 namespace {
 constexpr int kFrameMs = 33;
-constexpr int kPeakHoldFrames = 24;  // about 0.8 s
 }  // namespace
 
-LevelMeter::LevelMeter(std::function<float()> level, QWidget* parent) : QWidget(parent), level_(std::move(level)) {
+void MeterBallistics::advance(float levelDb, float measuredPeakDb, float seconds) {
+    levelDb = std::max(levelDb, kFloorDb);
+    barDb = levelDb >= barDb ? levelDb : std::max(levelDb, barDb - kFallDbPerSecond * seconds);
+    const float top = std::max(barDb, measuredPeakDb);
+    if (top >= peakDb) {
+        peakDb = top;
+        peakHeldFor = 0;
+    } else if ((peakHeldFor += seconds) > kPeakHoldSeconds) {
+        peakDb = std::max(top, peakDb - kPeakFallDbPerSecond * seconds);
+    }
+}
+
+float MeterBallistics::position(float db) { return std::clamp((db - kFloorDb) / -kFloorDb, 0.0f, 1.0f); }
+
+LevelMeter::LevelMeter(std::function<std::pair<float, float>()> level, QWidget* parent)
+    : QWidget(parent), level_(std::move(level)) {
     setMinimumHeight(8);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setAccessibleName("Input level");
@@ -21,17 +35,10 @@ LevelMeter::LevelMeter(std::function<float()> level, QWidget* parent) : QWidget(
 }
 
 void LevelMeter::tick() {
-    float target = std::clamp(level_ ? level_() : 0.f, 0.f, 1.f);
-    // Fast attack, calm release.
-    shown_ = target > shown_ ? target : shown_ + (target - shown_) * 0.25f;
-    if (shown_ >= peak_) {
-        peak_ = shown_;
-        peakHoldFrames_ = kPeakHoldFrames;
-    } else if (peakHoldFrames_ > 0) {
-        --peakHoldFrames_;
-    } else {
-        peak_ = std::max(shown_, peak_ - 0.02f);
-    }
+    const auto [levelDb, peakDb] = level_ ? level_() : std::pair{MeterBallistics::kFloorDb, MeterBallistics::kFloorDb};
+    const float seconds = clock_.isValid() ? static_cast<float>(clock_.restart()) / 1000.0f : kFrameMs / 1000.0f;
+    if (!clock_.isValid()) clock_.start();
+    ballistics_.advance(levelDb, peakDb, seconds);
     update();
 }
 
@@ -43,16 +50,22 @@ void LevelMeter::paintEvent(QPaintEvent*) {
     p.setPen(Qt::NoPen);
     p.setBrush(palette().color(QPalette::Mid));
     p.drawRoundedRect(r, radius, radius);
-    QColor fill = shown_ > 0.9f ? QColor(0xd9, 0x48, 0x3b) : palette().color(QPalette::Highlight);
+    const float bar = MeterBallistics::position(ballistics_.barDb);
+    const float peak = MeterBallistics::position(ballistics_.peakDb);
+    // Red from -5 dBFS: close to clipping.
+    QColor fill = ballistics_.barDb > -5.0f ? QColor(0xd9, 0x48, 0x3b) : palette().color(QPalette::Highlight);
     p.setBrush(fill);
-    p.drawRoundedRect(QRectF(r.left(), r.top(), r.width() * shown_, r.height()), radius, radius);
-    if (peak_ > 0.01f) {
+    p.drawRoundedRect(QRectF(r.left(), r.top(), r.width() * bar, r.height()), radius, radius);
+    if (peak > 0.01f) {
         p.setBrush(palette().color(QPalette::Text));
-        p.drawRect(QRectF(r.left() + r.width() * peak_ - 1.5, r.top(), 2, r.height()));
+        p.drawRect(QRectF(r.left() + r.width() * peak - 1.5, r.top(), 2, r.height()));
     }
 }
 
-void LevelMeter::showEvent(QShowEvent*) { timer_.start(); }
+void LevelMeter::showEvent(QShowEvent*) {
+    clock_.invalidate();
+    timer_.start();
+}
 
 void LevelMeter::hideEvent(QHideEvent*) {
     // Nothing to paint for: no wake-ups while the window is hidden or in the tray.

@@ -79,7 +79,12 @@ TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, Virt
     status_->setWordWrap(true);
     status_->setAccessibleName("Status");
     layout->addWidget(status_);
-    meter_ = new LevelMeter([&engine] { return engine.meter().value(); }, this);
+    meter_ = new LevelMeter(
+        [&engine] {
+            const LevelMonitor::Level level = engine.meter().level();
+            return std::pair{level.rmsDb, level.peakDb};
+        },
+        this);
     layout->addWidget(meter_);
     auto* line = new QFrame(this);
     line->setFrameShape(QFrame::HLine);

@@ -2,44 +2,24 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
 using namespace parlova;
-using namespace std::chrono_literals;
 
-TEST(LevelMonitor, LevelIsLinearInDecibelsBetweenMinus50AndZero) {
-    std::vector<float> silence(1024, 0.0f), square(1024), quiet(1024);
-    for (size_t i = 0; i < square.size(); ++i) {
-        square[i] = (i / 32) % 2 ? 1.0f : -1.0f;
-        quiet[i] = (i / 32) % 2 ? 0.01f : -0.01f;  // -40 dBFS
-    }
-    EXPECT_EQ(LevelMonitor::rms(silence.data(), 1024), 0.0f);
-    EXPECT_FLOAT_EQ(LevelMonitor::rms(square.data(), 1024), 1.0f);
-    EXPECT_NEAR(LevelMonitor::rms(quiet.data(), 1024), 0.2f, 1e-5);
-    EXPECT_EQ(LevelMonitor::rms(nullptr, 1024), 0.0f);
-    EXPECT_EQ(LevelMonitor::rms(square.data(), 0), 0.0f);
-}
-
-TEST(LevelMonitor, RisesAtOnceFallsSlowlyAndPublishesAtMost20TimesASecond) {
-    LevelMonitor meter;
-    int published = 0;
-    QObject::connect(&meter, &LevelMonitor::valueChanged, [&](float) { ++published; });
-    auto t = LevelMonitor::Clock::now();
-    meter.update(0.8f, t);
-    EXPECT_FLOAT_EQ(meter.smoothed(), 0.8f);
-    EXPECT_FLOAT_EQ(meter.value(), 0.8f);
-    meter.update(0.0f, t + 10ms);  // falls 15% of the way, too soon to publish
-    EXPECT_FLOAT_EQ(meter.smoothed(), 0.68f);
-    EXPECT_FLOAT_EQ(meter.value(), 0.8f);
-    meter.update(0.0f, t + 60ms);
-    EXPECT_FLOAT_EQ(meter.value(), meter.smoothed());
-    EXPECT_EQ(published, 2);
-    const float held = meter.value();
-    meter.update(held + 0.004f, t + 200ms);  // a change of 0.005 or less is not published
-    EXPECT_EQ(meter.value(), held);
-    meter.reset();
-    EXPECT_EQ(meter.value(), 0.0f);
-    EXPECT_EQ(meter.smoothed(), 0.0f);
+TEST(LevelMonitor, MeasuresTheLevelAndPeakInDecibelsFullScale) {
+    std::vector<float> silence(1024, 0.0f), square(1024), sine(4800);
+    for (size_t i = 0; i < square.size(); ++i) square[i] = (i / 32) % 2 ? 0.01f : -0.01f;  // -40 dBFS
+    for (size_t i = 0; i < sine.size(); ++i) sine[i] = 0.5f * float(std::sin(2 * M_PI * 440 * double(i) / 48000));
+    const auto quiet = LevelMonitor::measure(square.data(), 1024);
+    EXPECT_NEAR(quiet.rmsDb, -40.0f, 0.01f);
+    EXPECT_NEAR(quiet.peakDb, -40.0f, 0.01f);
+    // A sine's RMS sits 3 dB under its peak.
+    const auto tone = LevelMonitor::measure(sine.data(), 4800);
+    EXPECT_NEAR(tone.peakDb, -6.02f, 0.01f);
+    EXPECT_NEAR(tone.rmsDb, -9.03f, 0.02f);
+    EXPECT_EQ(LevelMonitor::measure(silence.data(), 1024).rmsDb, LevelMonitor::kFloorDb);
+    EXPECT_EQ(LevelMonitor::measure(nullptr, 1024).peakDb, LevelMonitor::kFloorDb);
 }
 
 TEST(LevelMonitor, DetectedPitchPublishesWholeHertzMovesAndSnapsToAndFromNone) {
