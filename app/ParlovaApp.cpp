@@ -9,7 +9,7 @@
 namespace parlova {
 
 ParlovaApp::ParlovaApp(const Options& options)
-    : store_(&settings_), engine_(&settings_), devices_(), cloner_(), library_({}, &settings_),
+    : store_(&settings_), engine_(&settings_, &AudioBackend::system(), BackendJobs::shared()), devices_(), cloner_(), library_({}, &settings_),
       selection_(engine_, store_, &library_), micSetup_(&devices_), handsFree_(engine_, selection_) {
     engine_.setCloner(&cloner_);
     // Keys and commands from outside; another Parlova already listening keeps them.

@@ -635,7 +635,7 @@ int runProbe(const Options& options) {
     QSettings settings(settingsDir.filePath("settings.ini"), QSettings::IniFormat);
     int status = 0;
     {
-        VoiceEngine engine(&settings);
+        VoiceEngine engine(&settings, &AudioBackend::system(), BackendJobs::shared());
         engine.set(Voice::natural());
         engine.setCallMode(true);
 

@@ -238,7 +238,7 @@ int recordSample(CloneLibrary& library, const ClonedVoice& voice, const Args& a)
     say("Read this aloud in your normal voice. Each script uses sentences this voice hasn't read yet:\n\n  " +
         script.join(' ') + "\n");
     say(SampleRecording::hint());
-    VoiceEngine engine;
+    VoiceEngine engine(nullptr, &AudioBackend::system(), BackendJobs::shared());
     QObject::connect(&engine, &VoiceEngine::errorMessageChanged, [&engine] { say(engine.errorMessage()); });
     quitOnSignals(&engine);
     const double limit = std::min(*seconds, SampleRecording::kAutoStopSeconds);

@@ -140,7 +140,7 @@ int live(const Arguments& args) {
         library = std::make_unique<CloneLibrary>();
         cloner = std::make_unique<VoiceCloner>();
     }
-    VoiceEngine engine;
+    VoiceEngine engine(nullptr, &AudioBackend::system(), BackendJobs::shared());
     reportErrors(engine, report, "'parlova-cli live'");
     VoiceCloner* voiceCloner = clone ? clone->cloner.get() : cloner.get();
     if (voiceCloner) {
@@ -243,7 +243,7 @@ int record(const Arguments& args) {
     const ChosenDevices devices = chooseDevices(args, table ? &*table : nullptr);
 
     LiveReport report(false, args.quiet());
-    VoiceEngine engine;
+    VoiceEngine engine(nullptr, &AudioBackend::system(), BackendJobs::shared());
     reportErrors(engine, report, "'parlova-cli record'");
     engine.setInputUID(devices.input, false);
     quitOnSignals(&engine);
@@ -286,7 +286,7 @@ int play(const Arguments& args) {
     AudioInput in(args.operand(0));
 
     LiveReport report(false, args.quiet());
-    VoiceEngine engine;
+    VoiceEngine engine(nullptr, &AudioBackend::system(), BackendJobs::shared());
     engine.set(voice);
     engine.setOutputUID(devices.output, false);
     if (!engine.loadClip(QString::fromStdString(in.path()))) throw Failure(in.describe(engine.errorMessage().toStdString()));

@@ -21,7 +21,8 @@ int render(const Arguments& args) {
     AudioInput in(input);
     auto sentence = [&](const QString& message) { return out.describe(in.describe(message.toStdString())); };
 
-    VoiceEngine engine(nullptr, nullptr);
+    BackendJobs unused;  // rendering asks no sound server anything
+    VoiceEngine engine(nullptr, nullptr, unused);
     engine.set(voice);
     engine.setBypass(args.has("--bypass"));
     applyMicOptions(readMicOptions(args, false), engine, true);

@@ -7,7 +7,7 @@ BackendJobs& BackendJobs::shared() {
     return *jobs;
 }
 
-BackendJobs::BackendJobs() : thread_([this] { run(); }) {}
+BackendJobs::BackendJobs() = default;
 
 BackendJobs::~BackendJobs() {
     {
@@ -15,13 +15,16 @@ BackendJobs::~BackendJobs() {
         stopping_ = true;
     }
     wake_.notify_all();
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
 }
 
 void BackendJobs::post(std::function<void()> work) {
     {
         std::lock_guard guard(mutex_);
         queue_.push_back(std::move(work));
+        // The worker starts with the first job: a queue that is never used
+        // (an engine that only renders files) costs no thread.
+        if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
     }
     wake_.notify_one();
 }

@@ -22,7 +22,7 @@ public:
     // stuck on a frozen server must not hold up the process's exit.
     static BackendJobs& shared();
 
-    BackendJobs();
+    BackendJobs();  // the worker thread starts with the first job
     ~BackendJobs();  // waits for the running job
     BackendJobs(const BackendJobs&) = delete;
     BackendJobs& operator=(const BackendJobs&) = delete;

@@ -14,8 +14,8 @@ namespace {
 constexpr int kRecordingCheckMs = 10;
 }  // namespace
 
-VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, QObject* parent)
-    : QObject(parent), settings_(settings), backend_(backend), jobs_(BackendJobs::shared()),
+VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, BackendJobs& jobs, QObject* parent)
+    : QObject(parent), settings_(settings), backend_(backend), jobs_(jobs),
       voice_(Voice::builtIns().front()), meter_(this),
       call_(settings ? *settings : *(ownedSettings_ = std::make_unique<QSettings>()), backend, jobs_, this),
       live_(backend, jobs_, this),

@@ -67,10 +67,10 @@ public:
     // How long destruction waits for the server to take the real microphone back.
     static constexpr std::chrono::milliseconds kShutdownWait{2000};
 
-    // Uses the given settings (the application's standard settings when null)
-    // and sound server (none: live, recording and playback are unavailable).
-    explicit VoiceEngine(QSettings* settings = nullptr, AudioBackend* backend = &AudioBackend::system(),
-                         QObject* parent = nullptr);
+    // Uses the given settings (the application's standard settings when null),
+    // sound server (none: live, recording and playback are unavailable) and
+    // job thread for the requests that wait on it; both outlive the engine.
+    VoiceEngine(QSettings* settings, AudioBackend* backend, BackendJobs& jobs, QObject* parent = nullptr);
     ~VoiceEngine() override;
 
     // The selected voice, applied to every running chain at once.

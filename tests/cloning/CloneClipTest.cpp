@@ -26,7 +26,8 @@ TEST(CloneClipTest, ExportIsReSpokenAndFailuresCarryTheirPrefix) {
     ASSERT_FALSE(reader.isNull());
     VoiceCloner cloner(testWorkerOptions(dir.filePath("support")));
 
-    VoiceEngine engine(&settings, nullptr);  // offline: no sound server needed to export
+    BackendJobs jobs;
+    VoiceEngine engine(&settings, nullptr, jobs);  // offline: no sound server needed to export
     const QString clip = library.target(reader).samples[0].path;
     ASSERT_TRUE(engine.loadClip(clip));
     engine.setClone(library.target(reader));

@@ -31,7 +31,7 @@ TEST(CloneLivePulse, AnotherClientHearsTheConvertedVoice) {
     testaudio::writeWav(speechFile, speech);
     MicFeed feed(speechFile, true);
 
-    VoiceEngine engine(&settings);
+    VoiceEngine engine(&settings, &AudioBackend::system(), BackendJobs::shared());
     engine.setCloner(&cloner);
     engine.setCloneLatency(CloneLatency::fastest);
     engine.setClone(library.target(voice));

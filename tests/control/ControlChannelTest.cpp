@@ -27,7 +27,8 @@ namespace {
 struct Channel {
     QTemporaryDir dir;
     QSettings settings{dir.filePath("settings.ini"), QSettings::IniFormat};
-    VoiceEngine engine{&settings, nullptr};
+    BackendJobs jobs;
+    VoiceEngine engine{&settings, nullptr, jobs};
     VoiceStore store{&settings};
     VoiceSelection selection{engine, store};
     ControlCommands commands{engine, selection};

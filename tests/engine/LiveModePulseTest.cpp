@@ -80,7 +80,7 @@ pid_t serverPid() {
 }  // namespace
 
 TEST_F(LiveModePulse, TheOutputCarriesTheVoiceAndBypassNeedsNoRestart) {
-    VoiceEngine engine(settings.get());
+    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
     engine.set(steadyVoice(650));
     MicFeed feed(sawtoothFile(dir.path().toStdString()));
     engine.toggleLive();
@@ -110,7 +110,7 @@ TEST_F(LiveModePulse, TheOutputCarriesTheVoiceAndBypassNeedsNoRestart) {
 TEST_F(LiveModePulse, CallModeFeedsTheVirtualMicAndGivesTheRealMicBack) {
     VirtualMicModules mic(*PrivateServer::get());
     ASSERT_TRUE(waitUntil([] { return AudioDeviceList::virtualCableID().has_value(); }, 2000));
-    VoiceEngine engine(settings.get());
+    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
     engine.set(steadyVoice(-400));
     engine.setCallMode(true);
     MicFeed feed(sawtoothFile(dir.path().toStdString()));
@@ -133,7 +133,7 @@ TEST_F(LiveModePulse, CallModeFeedsTheVirtualMicAndGivesTheRealMicBack) {
 TEST_F(LiveModePulse, AnOutputUnpluggedMidLiveStopsLiveWithTheDisconnectSentence) {
     auto* server = PrivateServer::get();
     const int usb = server->nullSink("usb_headset", "USB Headset");
-    VoiceEngine engine(settings.get());
+    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
     engine.setOutputUID("usb_headset", false);
     engine.toggleLive();
     ASSERT_TRUE(waitUntil([&] { return engine.liveGraph() != nullptr; }, 3000)) << engine.errorMessage().toStdString();
@@ -144,7 +144,7 @@ TEST_F(LiveModePulse, AnOutputUnpluggedMidLiveStopsLiveWithTheDisconnectSentence
 }
 
 TEST_F(LiveModePulse, RecordingUsesTheMutedLiveInputAndBecomesTheClip) {
-    VoiceEngine engine(settings.get());
+    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
     MicFeed feed(sawtoothFile(dir.path().toStdString()));
     SourceRecorder speakers("speakers.monitor", file("speakers.wav"));
     engine.toggleRecording();
@@ -194,7 +194,7 @@ TEST_F(LiveModePulse, SystemMicIsRestoredAfterSigtermAndAfterAHardKill) {
     EXPECT_EQ(AudioDeviceList::defaultInputID(), AudioDeviceList::virtualCableID());  // left behind
     QSettings cliSettings(dir.filePath("config/Parlova/Parlova.conf"), QSettings::IniFormat);
     EXPECT_EQ(cliSettings.value(VoiceEngine::kMicBeforeCallModeKey).toString(), "fake_mic");
-    VoiceEngine nextStart(&cliSettings);
+    VoiceEngine nextStart(&cliSettings, &AudioBackend::system(), BackendJobs::shared());
     EXPECT_TRUE(waitUntil([&] { return !cliSettings.contains(VoiceEngine::kMicBeforeCallModeKey); }, 3000));
     EXPECT_EQ(AudioDeviceList::defaultInputID(), std::optional<uint32_t>(deviceId("fake_mic")));
 }
@@ -204,7 +204,7 @@ TEST_F(LiveModePulse, SystemMicIsRestoredAfterSigtermAndAfterAHardKill) {
 TEST_F(LiveModePulse, AFrozenServerNeverBlocksTheMainThread) {
     const pid_t pid = serverPid();
     ASSERT_GT(pid, 0);
-    VoiceEngine engine(settings.get());
+    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
     int ticks = 0;
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, [&] { ++ticks; });

@@ -6,6 +6,7 @@
 #include "engine/VoiceChain.h"
 #include "engine/VoiceStage.h"
 #include "engine/VoiceEngine.h"
+#include "support/FakeBackend.h"
 #include "support/MemorySource.h"
 #include "support/TestAudio.h"
 
@@ -167,7 +168,10 @@ TEST(VoiceChain, OldLadyRaisesPitchAndStaysUnderFullScale) {
 TEST(VoiceChain, ModulatorDrivesActiveChainsAndBypassSwapsTheVoice) {
     QTemporaryDir dir;
     QSettings settings(dir.filePath("s.ini"), QSettings::IniFormat);
-    VoiceEngine engine(&settings);
+    // A server in memory: the engine drives its chains as with a real one.
+    testaudio::FakeBackend server([] { return testaudio::fakeMachine(); });
+    BackendJobs jobs;
+    VoiceEngine engine(&settings, &server, jobs);
     testaudio::MemorySource source({std::vector<float>(16, 0.0f)});
     auto chain = std::make_shared<VoiceChain>(Voice::natural(), &source, AudioFormat{kRate, 1});
     engine.activeChains().setPlay(chain);

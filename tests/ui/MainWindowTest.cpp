@@ -37,7 +37,7 @@ struct Harness {
     explicit Harness(const char* cableName = "Parlova Mic")
         : backend([cableName] { return testaudio::fakeMachine(cableName); }),
           settings(dir.filePath("settings.ini"), QSettings::IniFormat), store(&settings),
-          engine(&settings, &backend), devices(&backend), setup(&devices),
+          engine(&settings, &backend, jobs), devices(&backend), setup(&devices),
           cloner(VoiceClonerOptions{dir.filePath("support"), {}, {}, QProcessEnvironment::systemEnvironment()}),
           library(dir.filePath("ClonedVoices"), &settings), selection(engine, store, &library),
           window(AppModel{store, engine, devices, setup, library, cloner, settings, selection, nullptr}) {
@@ -48,6 +48,7 @@ struct Harness {
     testaudio::FakeBackend backend;
     QSettings settings;
     VoiceStore store;
+    BackendJobs jobs;
     VoiceEngine engine;
     AudioDeviceList devices;
     VirtualMicSetup setup;

@@ -1,0 +1,112 @@
+// The engine's live rules against a sound server in memory whose clock the
+// test runs: what the output plays is measured (pitch, level), with no real
+// server and no timing of its own.
+#include "control/VoiceSelection.h"
+#include "engine/VoiceEngine.h"
+#include "support/FakeBackend.h"
+#include "support/TestAudio.h"
+#include "voices/VoiceStore.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace parlova;
+using namespace parlova::testaudio;
+
+namespace {
+
+constexpr double kRate = 48000;
+constexpr double kTalkerHz = 150;
+
+struct Offline {
+    QTemporaryDir dir;
+    QSettings settings{dir.filePath("settings.ini"), QSettings::IniFormat};
+    FakeBackend server{[] { return fakeMachine(); }};
+    BackendJobs jobs;
+    VoiceEngine engine{&settings, &server, jobs};
+
+    Offline() {
+        // This process's own live session, apart from any other test's.
+        qputenv("XDG_RUNTIME_DIR", dir.path().toUtf8());
+        // A steady voiced talker for the whole test.
+        server.microphone = tone(kTalkerHz, kRate, size_t(60 * kRate), 0.3f, Wave::vowel);
+    }
+    // Runs the main thread's events until `done` (the job thread opens and closes streams).
+    bool settle(const std::function<bool()>& done) {
+        QDeadlineTimer deadline(10000);
+        while (!done() && !deadline.hasExpired()) QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        return done();
+    }
+    bool goLive() {
+        engine.toggleLive();
+        return settle([&] { return engine.liveGraph() && server.runningStreams() >= 2; });
+    }
+    // The output's last second after `seconds` more of the clock, and its pitch.
+    std::vector<float> play(double seconds) {
+        auto played = server.advance(seconds);
+        return played.empty() ? std::vector<float>{} : played.front();
+    }
+    double pitchCents(const std::vector<float>& out) {
+        return cents(fundamental(out, kRate, out.size() - size_t(kRate), size_t(kRate)), kTalkerHz);
+    }
+};
+
+}  // namespace
+
+TEST(EngineOffline, LiveCarriesTheVoiceAndTheSelectionSwitchesItWhileRunning) {
+    Offline o;
+    VoiceStore store(&o.settings);
+    VoiceSelection selection(o.engine, store);
+    ASSERT_TRUE(selection.selectNamed("Old Lady"));
+    ASSERT_TRUE(o.goLive());
+    // Its vibrato (30 cents) follows the wall clock, which this clock outruns:
+    // any phase of it may fall on the measured second.
+    EXPECT_NEAR(o.pitchCents(o.play(2.5)), 650, 40);
+    // As "control voice next" does: the running chain carries the next voice.
+    ASSERT_TRUE(selection.step(1));
+    EXPECT_EQ(selection.name(), "Middle-Aged Man");
+    const auto out = o.play(2.5);
+    // "Middle-Aged Man" aims at 108 Hz whatever the talker's pitch.
+    EXPECT_NEAR(fundamental(out, kRate, out.size() - size_t(kRate), size_t(kRate)), 108, 4);
+    o.engine.toggleLive();
+    EXPECT_TRUE(o.settle([&] { return o.server.runningStreams() == 0; }));
+}
+
+TEST(EngineOffline, PushToTalkSilencesTheOutputUntilTheKeyIsHeld) {
+    Offline o;
+    o.engine.talk().setMode(TalkMode::pushToTalk, false);
+    ASSERT_TRUE(o.goLive());
+    const auto held = [&](bool on) {
+        o.engine.talk().setKeyHeld(on);
+        const auto out = o.play(1.5);
+        return toDb(rms(out, out.size() - size_t(kRate)));
+    };
+    EXPECT_LT(held(false), -80);
+    EXPECT_GT(held(true), -30);
+    EXPECT_LT(held(false), -80);
+}
+
+TEST(EngineOffline, CallModeMakesTheVirtualMicTheSystemMicAndGivesTheRealOneBack) {
+    Offline o;
+    o.engine.setCallMode(true);
+    ASSERT_TRUE(o.goLive());
+    EXPECT_TRUE(o.engine.liveIsCall());
+    EXPECT_TRUE(o.settle([&] { return o.server.defaultInput() == std::optional<uint32_t>(5); }));
+    EXPECT_GT(toDb(rms(o.play(1.5))), -30);  // the voice goes into the call
+    o.engine.toggleLive();
+    EXPECT_TRUE(o.settle([&] { return o.server.defaultInput() == std::optional<uint32_t>(1); }));
+    EXPECT_TRUE(o.settle([&] { return o.server.runningStreams() == 0; }));
+}
+
+TEST(EngineOffline, ARefusedMicrophoneIsToldByItsCodeNotItsWording) {
+    Offline o;
+    o.server.captureError = "Some wording the server chose.";
+    o.server.captureErrorCode = ErrorCode::microphoneRefused;
+    o.engine.toggleLive();
+    EXPECT_TRUE(o.settle([&] { return o.engine.micDenied(); }));
+    EXPECT_FALSE(o.engine.isLive());
+    EXPECT_TRUE(o.engine.errorMessage().isEmpty());  // the window shows its own screen instead
+}
