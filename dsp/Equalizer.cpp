@@ -53,8 +53,7 @@ void Equalizer::prepare(const AudioFormat& format, int /*maxFrames*/) {
     sampleRate_ = format.sampleRate > 0.0 ? format.sampleRate : 48000.0;
     for (auto& channel : state_) channel.fill(State{});
     appliedVersion_ = 0;  // force a recompute at the first render
-    rampFrames_ = std::max(1, static_cast<int>(std::lround(kGainRampSeconds * sampleRate_)));
-    rampLeft_ = 0;
+    gain_.prepare(sampleRate_, kGainRampSeconds);
     gainKnown_ = false;
     for (auto& band : active_) band = ActiveBand{};
 }
@@ -140,13 +139,9 @@ void Equalizer::refreshIfChanged() noexcept {
     const float target = unity ? 1.0f : static_cast<float>(std::pow(10.0, static_cast<double>(gainDb) / 20.0));
     if (!gainKnown_) {
         gainKnown_ = true;
-        linearGain_ = targetGain_ = target;
-        rampLeft_ = 0;
-    } else if (target != targetGain_) {
-        // From wherever the gain is now (possibly mid-ramp) to the new target.
-        targetGain_ = target;
-        rampLeft_ = rampFrames_;
-        gainStep_ = (targetGain_ - linearGain_) / static_cast<float>(rampFrames_);
+        gain_.jumpTo(target);
+    } else {
+        gain_.setTarget(target);
     }
 }
 
@@ -198,20 +193,9 @@ void Equalizer::process(BufferList& buffers, int frames) noexcept {
                 s = {flushed(z1), flushed(z2)};
             }
         }
-        if (left) applyGain(left, frames);
-        if (right) applyGain(right, frames);
     }
-    // Every channel got the same gain curve; move the ramp on once.
-    const int ramped = std::min(rampLeft_, frames);
-    rampLeft_ -= ramped;
-    linearGain_ = rampLeft_ > 0 ? linearGain_ + gainStep_ * static_cast<float>(ramped) : targetGain_;
-}
-
-void Equalizer::applyGain(float* data, int frames) const noexcept {
-    const int ramped = std::min(rampLeft_, frames);
-    for (int i = 0; i < ramped; ++i) data[i] *= linearGain_ + gainStep_ * static_cast<float>(i + 1);
-    if (targetGain_ == 1.0f) return;  // unity after the ramp: leave the samples untouched
-    for (int i = ramped; i < frames; ++i) data[i] *= targetGain_;
+    // Every channel gets the same gain curve.
+    gain_.apply(buffers.data, channels, frames);
 }
 
 }  // namespace parlova

@@ -11,6 +11,7 @@
 // runs does not step. A bypassed band does not touch the signal; with every
 // band bypassed and 0 dB global gain (no ramp under way) the output is
 // bit-identical to the input.
+#include "dsp/GainRamp.h"
 #include "dsp/InPlaceEffectUnit.h"
 
 #include <array>
@@ -66,7 +67,6 @@ private:
     };
 
     void refreshIfChanged() noexcept;
-    void applyGain(float* data, int frames) const noexcept;
     static Coefficients design(BandType type, double sampleRate, float frequency, float gainDb) noexcept;
 
     std::array<SharedBand, kBands> shared_;
@@ -77,12 +77,7 @@ private:
     double sampleRate_ = 48000.0;
     uint32_t appliedVersion_ = 0;
     std::array<ActiveBand, kBands> active_{};
-    // The global gain: where it is, where it goes, and the ramp frames left.
-    float linearGain_ = 1.0f;
-    float targetGain_ = 1.0f;
-    float gainStep_ = 0.0f;
-    int rampLeft_ = 0;
-    int rampFrames_ = 240;
+    GainRamp gain_;           // the global gain, linear
     bool gainKnown_ = false;  // false until the first render after prepare(): no ramp into the start
     std::array<std::array<State, kBands>, kMaxChannels> state_{};
 };

@@ -8,8 +8,9 @@ namespace parlova {
 
 ChainOutput::ChainOutput(VoiceStage& stage, TapRelay& meter, double sampleRate, MicBridge* monitor)
     : stage_(stage), meter_(meter), monitor_(monitor),
-      rampStep_(static_cast<float>(1.0 / std::max(1.0, kVolumeRampSeconds * sampleRate))),
-      left_(AudioBackend::kMaxSliceFrames), right_(AudioBackend::kMaxSliceFrames) {}
+      left_(AudioBackend::kMaxSliceFrames), right_(AudioBackend::kMaxSliceFrames) {
+    volume_.prepare(sampleRate, kVolumeRampSeconds);
+}
 
 int32_t ChainOutput::pull(BufferList& out, int frames) noexcept {
     frames = std::min(frames, AudioBackend::kMaxSliceFrames);
@@ -22,14 +23,8 @@ int32_t ChainOutput::pull(BufferList& out, int frames) noexcept {
         std::fill_n(right_.data(), frames, 0.0f);
     }
     meter_.push(left_.data(), frames);
-    const float target = target_.load(std::memory_order_relaxed);
-    float volume = applied_;
-    for (int i = 0; i < frames; ++i) {
-        if (volume != target) volume = volume < target ? std::min(target, volume + rampStep_) : std::max(target, volume - rampStep_);
-        left_[static_cast<size_t>(i)] *= volume;
-        right_[static_cast<size_t>(i)] *= volume;
-    }
-    applied_ = volume;
+    volume_.setTarget(target_.load(std::memory_order_relaxed));
+    volume_.apply(stereo.data, 2, frames);
     for (int c = 0; c < out.count; ++c) {
         if (!out.data[c]) continue;
         std::copy_n(stereo.data[std::min(c, 1)], frames, out.data[c]);

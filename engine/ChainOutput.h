@@ -5,6 +5,7 @@
 // stage render plays as silence. Volume changes (mute while only recording,
 // unmute for live) ramp over a few milliseconds so they never click.
 // Real-time safe: buffers are made at construction.
+#include "dsp/GainRamp.h"
 #include "engine/MicBridge.h"
 #include "engine/TapRelay.h"
 #include "engine/VoiceStage.h"
@@ -26,16 +27,15 @@ public:
     // Starts at `volume` without a ramp (before the output starts).
     void jumpTo(float volume) {
         target_.store(volume, std::memory_order_relaxed);
-        applied_ = volume;
+        volume_.jumpTo(volume);
     }
 
 private:
     VoiceStage& stage_;
     TapRelay& meter_;
     MicBridge* monitor_;
-    float rampStep_;  // largest volume change per sample
     std::atomic<float> target_{1.0f};
-    float applied_ = 1.0f;  // audio thread only
+    GainRamp volume_;  // audio thread only
     std::vector<float> left_, right_;
 };
 

@@ -1,8 +1,8 @@
 #include "engine/CloneRoute.h"
 
-#include "media/StreamResampler.h"
 #include "cloning/VoiceCloner.h"
 #include "engine/VoiceChain.h"
+#include "media/RateConverter.h"
 
 #include <QPointer>
 
@@ -14,6 +14,7 @@ namespace parlova {
 namespace {
 constexpr double kVoiceQueueSeconds = 4.0;
 constexpr double kMicRingSeconds = 2.0;
+constexpr int kStreamBlock = 4096;  // the resamplers take longer blocks in pieces of this size
 }  // namespace
 
 CloneStreamBuffers::CloneStreamBuffers(double rate)
@@ -71,7 +72,8 @@ void CloneRoute::start(const CloneTarget& voice, CloneLatency latency) {
     if (!cloner_ || !buffers_) return;
     const int generation = ++generation_;
     setStarting(true);
-    std::shared_ptr<StreamResampler> up = StreamResampler::create(kStreamRate, buffers_->sampleRate);
+    std::shared_ptr<RateConverter> up = RateConverter::create(kStreamRate, buffers_->sampleRate, 1, kStreamBlock,
+                                                               RateConverter::Quality::minimumPhase);
     buffers_->flowing.store(false, std::memory_order_relaxed);
     QPointer<CloneRoute> self(this);
     cloner_->setStreamReceiver([buffers = buffers_, up, self, generation](const float* samples, size_t count) {
@@ -103,7 +105,8 @@ void CloneRoute::start(const CloneTarget& voice, CloneLatency latency) {
         streaming_ = true;
         setStarting(false);
         // The worker thread becomes the mic ring's only reader.
-        std::shared_ptr<StreamResampler> down = StreamResampler::create(buffers_->sampleRate, kStreamRate);
+        std::shared_ptr<RateConverter> down = RateConverter::create(buffers_->sampleRate, kStreamRate, 1, kStreamBlock,
+                                                                     RateConverter::Quality::minimumPhase);
         auto scratch = std::make_shared<std::vector<float>>(buffers_->mic.capacity());
         cloner_->setStreamSource([buffers = buffers_, down, scratch]() -> std::vector<float> {
             const size_t held = std::min(buffers->mic.count(), scratch->size());

@@ -23,7 +23,6 @@
 
 namespace parlova {
 
-class StreamResampler;
 class VoiceCloner;
 
 // What the audio thread shares with the two other sides of one stream.

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace parlova {
@@ -79,9 +80,12 @@ void renderOffline(const std::string& source, const std::string& destination, co
     std::unique_ptr<VoiceChain> chain = guardedAudio([&] {
         AudioSource* input = &player;
         if (converting) {
-            toChain = std::make_unique<RateConvertingSource>(&player, format.channels, format.sampleRate,
-                                                             kChainSampleRate, kRenderBlockFrames);
-            fromChain = std::make_unique<RateConverter>(kChainSampleRate, format.sampleRate, 2, kRenderBlockFrames);
+            toChain = RateConvertingSource::create(&player, format.channels, format.sampleRate, kChainSampleRate,
+                                                   kRenderBlockFrames);
+            fromChain = RateConverter::create(kChainSampleRate, format.sampleRate, 2, kRenderBlockFrames);
+            if (!toChain || !fromChain)
+                throw VoiceEngineError("Parlova can't convert audio at a sample rate of " +
+                                       std::to_string(std::llround(format.sampleRate)) + " Hz.");
             input = toChain.get();
         }
         int channels = format.channels;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 #include <vector>
 
 namespace parlova {
@@ -40,8 +41,11 @@ PlaybackGraph::PlaybackGraph(AudioBackend& backend, std::unique_ptr<AudioFileRea
     // The shifter's 75 ms block plus a short reverb tail.
     player_ = std::make_unique<Player>(*file_, finished_, static_cast<long long>(0.4 * fileFormat.sampleRate));
     // The chain runs at its own rate whatever the file's; the server converts for the device.
-    converted_ = std::make_unique<RateConvertingSource>(player_.get(), fileFormat.channels, fileFormat.sampleRate,
-                                                        kChainSampleRate);
+    converted_ = RateConvertingSource::create(player_.get(), fileFormat.channels, fileFormat.sampleRate,
+                                              kChainSampleRate);
+    if (!converted_)
+        throw VoiceEngineError("Parlova can't convert audio at a sample rate of " +
+                               std::to_string(std::llround(fileFormat.sampleRate)) + " Hz.");
     chain_ = std::make_shared<VoiceChain>(voice, converted_.get(), AudioFormat{kChainSampleRate, fileFormat.channels});
     stage_ = std::make_unique<EffectVoiceStage>(chain_);
     renderer_ = std::make_unique<ChainOutput>(*stage_, *meterRelay_, kChainSampleRate);

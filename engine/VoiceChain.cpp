@@ -39,18 +39,12 @@ int32_t ChannelConverter::pull(BufferList& out, int frames) noexcept {
     return status::ok;
 }
 
-void OutputVolumeUnit::prepare(const AudioFormat&, int) { applied_ = volume.load(std::memory_order_relaxed); }
+void OutputVolumeUnit::prepare(const AudioFormat&, int) { ramp_.jumpTo(volume.load(std::memory_order_relaxed)); }
 
 void OutputVolumeUnit::process(BufferList& buffers, int frames) noexcept {
-    const float target = volume.load(std::memory_order_relaxed);
-    const float start = applied_;
-    applied_ = target;
-    if (start == 1.0f && target == 1.0f) return;  // unity: leave the samples untouched
-    const float step = frames > 0 ? (target - start) / static_cast<float>(frames) : 0.0f;
-    for (int c = 0; c < buffers.count; ++c) {
-        float* data = buffers.data[c];
-        for (int i = 0; i < frames; ++i) data[i] *= start + step * static_cast<float>(i + 1);
-    }
+    // From the volume at the end of the last block to the latest one, across this block.
+    ramp_.setTarget(volume.load(std::memory_order_relaxed), frames);
+    ramp_.apply(buffers.data, buffers.count, frames);
 }
 
 VoiceChain::VoiceChain(const Voice& voice, AudioSource* source, const AudioFormat& sourceFormat, int maxFrames)

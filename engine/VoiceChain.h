@@ -12,6 +12,7 @@
 // count, and a rate that should be kChainSampleRate.
 #include "dsp/Equalizer.h"
 #include "dsp/FormantShifterUnit.h"
+#include "dsp/GainRamp.h"
 #include "dsp/GrainAudioUnit.h"
 #include "dsp/PeakLimiter.h"
 #include "dsp/Reverb.h"
@@ -49,7 +50,7 @@ protected:
     void process(BufferList& buffers, int frames) noexcept override;
 
 private:
-    float applied_ = 1.0f;
+    GainRamp ramp_;
 };
 
 class VoiceChain {

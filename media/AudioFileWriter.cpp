@@ -3,6 +3,7 @@
 // encoder exactly the frame size it asks for.
 #include "media/AudioFile.h"
 #include "media/AudioFileSupport.h"
+#include "media/RateConverter.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -10,7 +11,6 @@ extern "C" {
 #include <libavutil/avutil.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/opt.h>
-#include <libswresample/swresample.h>
 }
 
 #include <algorithm>
@@ -57,6 +57,7 @@ namespace {
 
 constexpr int kAacBitRatePerChannel = 96000;
 constexpr int kVariableFrameSize = 4096;  // block size for encoders that take any size
+constexpr int kResampleBlock = 8192;      // input frames per resampler call
 
 // Interleaves `frames` samples of `channels` planar buffers into 24-bit
 // values left-justified in 32 bits, as the FLAC encoder takes them.
@@ -133,13 +134,13 @@ struct AudioFileWriter::Impl {
     AVStream* stream = nullptr;
     AVFrame* frame = nullptr;
     AVPacket* packet = nullptr;
-    SwrContext* resampler = nullptr;
+    std::unique_ptr<RateConverter> resampler;  // input rate -> file rate, where they differ
     AVChannelLayout layout{};
 
     int frameSize = 0;
     int fifoFill = 0;
     std::vector<std::vector<float>> fifo;       // one frame of input per channel
-    std::vector<std::vector<float>> resampled;  // resampler output per channel
+    std::vector<std::vector<float>> resampled;  // one resampler result per channel
     std::vector<float*> resampledPtrs;
     int64_t nextPts = 0;
     bool fileOpen = false;
@@ -153,7 +154,6 @@ struct AudioFileWriter::Impl {
             std::error_code ec;
             if (fs::is_regular_file(path, ec)) fs::remove(path, ec);
         }
-        swr_free(&resampler);
         av_packet_free(&packet);
         av_frame_free(&frame);
         avcodec_free_context(&encoder);
@@ -342,11 +342,13 @@ struct AudioFileWriter::Impl {
         if ((err = av_frame_get_buffer(frame, 0)) < 0) encodeFailed(err);
 
         if (fileRate != rate) {
-            err = swr_alloc_set_opts2(&resampler, &layout, AV_SAMPLE_FMT_FLTP, fileRate, &layout, AV_SAMPLE_FMT_FLTP,
-                                      rate, 0, nullptr);
-            if (err < 0 || (err = swr_init(resampler)) < 0) throw statusError("prepare resampling for " + inQuotes(name), err);
-            resampled.assign(static_cast<size_t>(format.channels), {});
-            resampledPtrs.assign(static_cast<size_t>(format.channels), nullptr);
+            resampler = RateConverter::create(rate, fileRate, format.channels, kResampleBlock);
+            if (!resampler)
+                fail("Parlova can't convert audio at " + std::to_string(rate) + " Hz to the " +
+                     std::to_string(fileRate) + " Hz of " + inQuotes(name) + ".");
+            resampled.assign(static_cast<size_t>(format.channels),
+                             std::vector<float>(static_cast<size_t>(resampler->maxOutputFrames())));
+            for (auto& channel : resampled) resampledPtrs.push_back(channel.data());
         }
 
         std::error_code ec;
@@ -411,35 +413,34 @@ struct AudioFileWriter::Impl {
         }
     }
 
-    // Runs input (or, with null channels, the resampler's remaining tail)
-    // through the resampler into the FIFO.
-    void resampleAndPush(const float* const* channels, int frames) {
-        const int capacity = swr_get_out_samples(resampler, frames);
-        if (capacity < 0) encodeFailed(capacity);
-        if (capacity == 0) return;
-        for (size_t c = 0; c < resampled.size(); ++c) {
-            if (resampled[c].size() < static_cast<size_t>(capacity)) resampled[c].resize(static_cast<size_t>(capacity));
-            resampledPtrs[c] = resampled[c].data();
-        }
-        const int out = swr_convert(resampler, reinterpret_cast<uint8_t**>(resampledPtrs.data()), capacity,
-                                    reinterpret_cast<const uint8_t**>(const_cast<const float**>(channels)), frames);
-        if (out < 0) encodeFailed(out);
-        push(resampledPtrs.data(), out);
-    }
-
-    // Encodes planar input on the encoder thread.
+    // Encodes planar input on the encoder thread, through the resampler
+    // where the file has another rate.
     void encodeInput(const float* const* channels, int frames) {
         if (frames <= 0) return;
         if (!resampler) {
             push(channels, frames);
             return;
         }
-        constexpr int kChunk = 8192;  // bounds the resampler's output buffer
         const float* ptrs[kMaxChannels];
-        for (int done = 0; done < frames; done += kChunk) {
+        for (int done = 0; done < frames; done += kResampleBlock) {
             for (int c = 0; c < format.channels; ++c) ptrs[c] = channels[c] + done;
-            resampleAndPush(ptrs, std::min(kChunk, frames - done));
+            const int got = resampler->process(ptrs, std::min(kResampleBlock, frames - done), resampledPtrs.data());
+            if (got < 0) resampleFailed();
+            push(resampledPtrs.data(), got);
         }
+    }
+
+    // The resampler's tail: the file ends with the last frame whose time lies
+    // inside the input, ceil(input frames * fileRate / rate) frames in all.
+    void flushResampler() {
+        for (int got; (got = resampler->flush(resampledPtrs.data())) != 0;) {
+            if (got < 0) resampleFailed();
+            push(resampledPtrs.data(), got);
+        }
+    }
+
+    [[noreturn]] void resampleFailed() const {
+        fail("Parlova couldn't convert the audio for " + inQuotes(name) + " to " + std::to_string(fileRate) + " Hz.");
     }
 
     // --- Encoder thread -------------------------------------------------
@@ -561,7 +562,7 @@ struct AudioFileWriter::Impl {
         submit(true);
         thread.join();
         rethrowFailure();
-        if (resampler) resampleAndPush(nullptr, 0);
+        if (resampler) flushResampler();
         if (fifoFill > 0) {
             encode(fifoFill);
             fifoFill = 0;

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <numeric>
-#include <stdexcept>
 
 namespace parlova {
 
@@ -30,26 +30,36 @@ RateConverter::RateConverter(double inputRate, double outputRate, int channels, 
       outputRate_(outputRate),
       channels_(std::clamp(channels, 1, kMaxChannels)),
       maxInputFrames_(std::max(1, maxInputFrames)),
-      maxOutputFrames_(maxInputFrames_) {
-    if (!(inputRate > 0) || !(outputRate > 0) || !std::isfinite(inputRate) || !std::isfinite(outputRate))
-        throw std::runtime_error("The sample rate conversion was asked for an invalid rate.");
-    if (inputRate == outputRate) return;
+      maxOutputFrames_(maxInputFrames_) {}
 
-    const double ratio = outputRate / inputRate;
+std::unique_ptr<RateConverter> RateConverter::create(double inputRate, double outputRate, int channels,
+                                                     int maxInputFrames, Quality quality) noexcept {
+    if (!(inputRate > 0) || !(outputRate > 0) || !std::isfinite(inputRate) || !std::isfinite(outputRate))
+        return nullptr;
+    try {
+        std::unique_ptr<RateConverter> converter(new RateConverter(inputRate, outputRate, channels, maxInputFrames));
+        if (inputRate != outputRate && !converter->open(quality)) return nullptr;
+        return converter;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+bool RateConverter::open(Quality quality) {
+    const double ratio = outputRate_ / inputRate_;
     maxOutputFrames_ = static_cast<int>(std::ceil((maxInputFrames_ + kBlockInputFrames) * ratio)) + 16;
 
     soxr_error_t error = nullptr;
     const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_S, SOXR_FLOAT32_S);
-    const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, SOXR_LINEAR_PHASE);
+    const soxr_quality_spec_t spec = quality == Quality::linearPhase ? soxr_quality_spec(SOXR_HQ, SOXR_LINEAR_PHASE)
+                                                                     : soxr_quality_spec(SOXR_MQ, SOXR_MINIMUM_PHASE);
     const soxr_runtime_spec_t runtime = soxr_runtime_spec(1);
-    converter_ = soxr_create(inputRate, outputRate, static_cast<unsigned>(channels_), &error, &io, &quality,
-                             &runtime);
+    converter_ = soxr_create(inputRate_, outputRate_, static_cast<unsigned>(channels_), &error, &io, &spec, &runtime);
     if (converter_ == nullptr || error != nullptr) {
         if (converter_ != nullptr) soxr_delete(converter_);
         converter_ = nullptr;
-        throw std::runtime_error("The sample rate conversion could not be set up.");
+        return false;
     }
-    discard_.assign(static_cast<size_t>(channels_), std::vector<float>(static_cast<size_t>(maxOutputFrames_)));
 
     // libsoxr sizes its buffers as the stream flows, so the first blocks would
     // allocate. Run silence through it here instead, in the block size the
@@ -58,33 +68,37 @@ RateConverter::RateConverter(double inputRate, double outputRate, int channels, 
     // multiple of inputRate / gcd), the real signal starts at an exact output
     // frame: everything before it is dropped, and the result is the same as
     // from a fresh converter. Rates that are not whole numbers skip the run.
-    if (!integral(inputRate) || !integral(outputRate)) return;
-    const auto in = static_cast<int64_t>(inputRate), out = static_cast<int64_t>(outputRate);
+    if (!integral(inputRate_) || !integral(outputRate_)) return true;
+    const auto in = static_cast<int64_t>(inputRate_), out = static_cast<int64_t>(outputRate_);
     const int64_t period = in / std::gcd(in, out);
     const int64_t silent = (std::max<int64_t>(kStartUpInputFrames, 8LL * maxInputFrames_) + period - 1) / period * period;
     std::vector<float> zeros(static_cast<size_t>(maxInputFrames_), 0.0f);
+    std::vector<std::vector<float>> discard(static_cast<size_t>(channels_),
+                                            std::vector<float>(static_cast<size_t>(maxOutputFrames_)));
     std::vector<const float*> zeroPointers(static_cast<size_t>(channels_), zeros.data());
-    std::vector<float*> discardPointers(static_cast<size_t>(channels_));
-    for (int c = 0; c < channels_; ++c) discardPointers[static_cast<size_t>(c)] = discard_[static_cast<size_t>(c)].data();
+    std::vector<float*> discardPointers;
+    for (auto& channel : discard) discardPointers.push_back(channel.data());
     int64_t delivered = 0;
     for (int64_t fed = 0; fed < silent;) {
         const int frames = static_cast<int>(std::min<int64_t>(maxInputFrames_, silent - fed));
-        const int got = convert(zeroPointers.data(), frames, discardPointers.data(), maxOutputFrames_);
-        if (got < 0) throw std::runtime_error("The sample rate conversion failed to start.");
+        const int got = run(zeroPointers.data(), frames, discardPointers.data());
+        if (got < 0) return false;
         delivered += got;
         fed += frames;
     }
     skip_ = std::max<int64_t>(0, silent / period * (out / std::gcd(in, out)) - delivered);
+    return true;
 }
 
 RateConverter::~RateConverter() {
     if (converter_ != nullptr) soxr_delete(converter_);
 }
 
-int RateConverter::convert(const float* const* input, int frames, float* const* output, int capacity) noexcept {
+int RateConverter::run(const float* const* input, int frames, float* const* output) noexcept {
     // Pointer arrays on the stack: libsoxr takes one pointer per channel.
     const void* in[kMaxChannels];
     void* out[kMaxChannels];
+    const int capacity = maxOutputFrames_;
     int written = 0;
     int consumed = 0;
     // libsoxr takes less input than offered only when the output space runs
@@ -106,51 +120,118 @@ int RateConverter::convert(const float* const* input, int frames, float* const* 
     return consumed == frames ? written : -1;
 }
 
+int RateConverter::dropStartUp(float* const* output, int got) noexcept {
+    // Still inside the silent start-up run: drop what belongs to it.
+    if (skip_ == 0 || got <= 0) return got;
+    const int drop = static_cast<int>(std::min<int64_t>(skip_, got));
+    skip_ -= drop;
+    for (int c = 0; c < channels_; ++c)
+        std::memmove(output[c], output[c] + drop, static_cast<size_t>(got - drop) * sizeof(float));
+    return got - drop;
+}
+
+int64_t RateConverter::wholeOutput() const noexcept {
+    if (integral(inputRate_) && integral(outputRate_)) {
+        const auto in = static_cast<int64_t>(inputRate_), out = static_cast<int64_t>(outputRate_);
+        return (framesIn_ * out + in - 1) / in;
+    }
+    return static_cast<int64_t>(std::ceil(static_cast<double>(framesIn_) * outputRate_ / inputRate_));
+}
+
 int RateConverter::process(const float* const* input, int frames, float* const* output) noexcept {
-    if (frames < 0 || frames > maxInputFrames_ || input == nullptr || output == nullptr) return -1;
+    if (frames < 0 || frames > maxInputFrames_ || input == nullptr || output == nullptr || ending_) return -1;
     if (converter_ == nullptr) {
         for (int c = 0; c < channels_; ++c)
             if (output[c] != input[c]) std::memmove(output[c], input[c], static_cast<size_t>(frames) * sizeof(float));
         return frames;
     }
-    if (skip_ > 0) {
-        // Still inside the silent start-up run: drop what belongs to it.
-        float* discard[kMaxChannels];
-        for (int c = 0; c < channels_; ++c) discard[c] = discard_[static_cast<size_t>(c)].data();
-        const int got = convert(input, frames, discard, maxOutputFrames_);
-        if (got < 0) return -1;
-        if (got <= skip_) {
-            skip_ -= got;
-            return 0;
-        }
-        const int keep = got - static_cast<int>(skip_);
-        for (int c = 0; c < channels_; ++c)
-            std::memcpy(output[c], discard[c] + skip_, static_cast<size_t>(keep) * sizeof(float));
-        skip_ = 0;
-        return keep;
-    }
-    return convert(input, frames, output, maxOutputFrames_);
+    const int got = dropStartUp(output, run(input, frames, output));
+    if (got < 0) return -1;
+    framesIn_ += frames;
+    framesOut_ += got;
+    return got;
 }
 
-RateConvertingSource::RateConvertingSource(AudioSource* source, int channels, double sourceRate, double outputRate,
-                                           int maxFrames)
-    : source_(source),
-      channels_(std::clamp(channels, 1, kMaxChannels)),
-      maxFrames_(std::max(1, maxFrames)),
-      converter_(sourceRate, outputRate, channels_, kSourceBlock) {
-    if (converter_.passesThrough()) return;
+int RateConverter::flush(float* const* output) noexcept {
+    if (output == nullptr) return -1;
+    ending_ = true;
+    if (converter_ == nullptr) return 0;
+    // What is still owed: up to ceil(framesIn * ratio) in all.
+    const int wanted = static_cast<int>(std::clamp<int64_t>(wholeOutput() - framesOut_, 0, maxOutputFrames_));
+    void* out[kMaxChannels];
+    for (int c = 0; c < channels_; ++c) out[c] = output[c];
+    int written = 0;
+    while (written == 0 && wanted > 0 && !drained_) {
+        // No input: libsoxr takes that as the end and hands out the filter's tail.
+        size_t made = 0;
+        if (soxr_process(converter_, nullptr, 0, nullptr, out, static_cast<size_t>(maxOutputFrames_), &made) != nullptr)
+            return -1;
+        drained_ = made == 0;
+        written = dropStartUp(output, static_cast<int>(made));
+    }
+    // libsoxr's own count can be a frame short of or beyond the whole length:
+    // cut what lies past the input's end, and once it is empty, pad with silence.
+    written = std::min(written, wanted);
+    if (drained_ && written < wanted) {
+        for (int c = 0; c < channels_; ++c)
+            std::fill(output[c] + written, output[c] + wanted, 0.0f);
+        written = wanted;
+    }
+    framesOut_ += written;
+    return written;
+}
+
+bool RateConverter::convert(const float* input, size_t count, std::vector<float>& output) {
+    if (channels_ != 1) return false;
+    if (scratch_.empty()) scratch_.resize(static_cast<size_t>(maxOutputFrames_));
+    float* scratch = scratch_.data();
+    while (count > 0) {
+        const int frames = static_cast<int>(std::min<size_t>(count, static_cast<size_t>(maxInputFrames_)));
+        const int got = process(&input, frames, &scratch);
+        if (got < 0) return false;
+        output.insert(output.end(), scratch, scratch + got);
+        input += frames;
+        count -= static_cast<size_t>(frames);
+    }
+    return true;
+}
+
+std::vector<float> RateConverter::convert(const float* input, size_t count) {
+    std::vector<float> output;
+    convert(input, count, output);
+    return output;
+}
+
+std::unique_ptr<RateConvertingSource> RateConvertingSource::create(AudioSource* source, int channels,
+                                                                   double sourceRate, double outputRate,
+                                                                   int maxFrames) noexcept {
+    channels = std::clamp(channels, 1, kMaxChannels);
+    auto converter = RateConverter::create(sourceRate, outputRate, channels, kSourceBlock);
+    if (!converter) return nullptr;
+    try {
+        return std::unique_ptr<RateConvertingSource>(
+            new RateConvertingSource(source, channels, std::max(1, maxFrames), std::move(converter)));
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+RateConvertingSource::RateConvertingSource(AudioSource* source, int channels, int maxFrames,
+                                           std::unique_ptr<RateConverter> converter)
+    : source_(source), channels_(channels), maxFrames_(maxFrames), converter_(std::move(converter)) {
+    if (converter_->passesThrough()) return;
     const auto perChannel = [&](int frames) {
         return std::vector<std::vector<float>>(static_cast<size_t>(channels_),
                                                std::vector<float>(static_cast<size_t>(frames), 0.0f));
     };
     input_ = perChannel(kSourceBlock);
-    converted_ = perChannel(converter_.maxOutputFrames());
-    ring_ = perChannel(maxFrames_ + converter_.maxOutputFrames());
+    converted_ = perChannel(converter_->maxOutputFrames());
+    ring_ = perChannel(maxFrames_ + converter_->maxOutputFrames());
 }
 
 int32_t RateConvertingSource::pull(BufferList& out, int frames) noexcept {
     if (source_ == nullptr || frames < 0 || frames > maxFrames_) return status::noConnection;
-    if (converter_.passesThrough()) {
+    if (converter_->passesThrough()) {
         const int32_t result = source_->pull(out, frames);
         if (result == status::ok) pulled_ += frames;
         return result;
@@ -159,7 +240,7 @@ int32_t RateConvertingSource::pull(BufferList& out, int frames) noexcept {
     // A converter that has taken this much without a frame to show is broken.
     const int64_t giveUpAfter = pulled_ + 4 * static_cast<int64_t>(kSourceBlock) +
                                 static_cast<int64_t>(std::ceil((frames + 2.0 * kBlockInputFrames) *
-                                                               converter_.inputRate() / converter_.outputRate()));
+                                                               converter_->inputRate() / converter_->outputRate()));
     while (ringCount_ < frames) {
         if (pulled_ > giveUpAfter) return status::renderError;
         BufferList block;
@@ -177,7 +258,7 @@ int32_t RateConvertingSource::pull(BufferList& out, int frames) noexcept {
             in[c] = input_[static_cast<size_t>(c)].data();
             converted[c] = converted_[static_cast<size_t>(c)].data();
         }
-        const int got = converter_.process(in, kSourceBlock, converted);
+        const int got = converter_->process(in, kSourceBlock, converted);
         if (got < 0) return status::renderError;
         // Append to the ring in at most two pieces.
         int at = (ringStart_ + ringCount_) % capacity;

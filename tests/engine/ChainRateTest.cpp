@@ -23,7 +23,8 @@ TEST(ChainRate, ConvertingSourceKeepsTimeAndLevelWhateverThePullSizes) {
         click[frames / 5] = 1.0f;
         std::fill(tone.begin(), tone.begin() + static_cast<long>(frames / 2), 0.0f);
         testaudio::MemorySource source({click, tone});
-        RateConvertingSource converted(&source, 2, from, to, 1024);
+        auto converted = RateConvertingSource::create(&source, 2, from, to, 1024);
+        ASSERT_TRUE(converted);
 
         const size_t outFrames = static_cast<size_t>(0.9 * to);
         testaudio::Channels out(2, outFrames);
@@ -31,7 +32,7 @@ TEST(ChainRate, ConvertingSourceKeepsTimeAndLevelWhateverThePullSizes) {
         for (size_t at = 0; at < outFrames;) {
             const int n = static_cast<int>(std::min<size_t>(1 + rng() % 1024, outFrames - at));
             BufferList list = out.list(at, n);
-            ASSERT_EQ(converted.pull(list, n), status::ok);
+            ASSERT_EQ(converted->pull(list, n), status::ok);
             at += static_cast<size_t>(n);
         }
         const auto peak = std::max_element(out[0].begin(), out[0].end(),

@@ -92,7 +92,8 @@ TEST(RenderAllocation, LiveRouteAndPlaybackConversionNeverAllocate) {
     list.data[1] = right.data();
     std::vector<float> fileInput(44100);
     testaudio::MemorySource file({fileInput});
-    RateConvertingSource converted(&file, 1, 44100, kChainSampleRate);
+    auto converted = RateConvertingSource::create(&file, 1, 44100, kChainSampleRate);
+    ASSERT_TRUE(converted);
     BufferList one;
     one.count = 1;
     one.data[0] = left.data();
@@ -103,7 +104,7 @@ TEST(RenderAllocation, LiveRouteAndPlaybackConversionNeverAllocate) {
         graph.chain()->modulate(block * 0.01);
         backend.outputs[0]->pull(list, 480);
         backend.outputs[1]->pull(list, 480);
-        converted.pull(one, 480);
+        converted->pull(one, 480);
     }
     counting = false;
     EXPECT_EQ(allocations.load(), 0);

@@ -103,8 +103,8 @@ TEST(VoiceChain, EditsWhileRunningDoNotClick) {
 
     auto render = [&](const std::function<void(VoiceChain&, int block)>& edit) {
         testaudio::MemorySource file(speech.channels);
-        RateConvertingSource atChainRate(&file, 1, speech.sampleRate, kChainSampleRate, 256);
-        VoiceChain chain(base, &atChainRate, {kChainSampleRate, 1});
+        auto atChainRate = RateConvertingSource::create(&file, 1, speech.sampleRate, kChainSampleRate, 256);
+        VoiceChain chain(base, atChainRate.get(), {kChainSampleRate, 1});
         const size_t frames = static_cast<size_t>(speech.seconds() * kChainSampleRate) + kChainSampleRate / 2;
         std::vector<float> left(frames), right(frames);
         for (size_t at = 0, block = 0; at + 256 <= frames; at += 256, ++block) {
