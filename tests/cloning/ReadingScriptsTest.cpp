@@ -16,7 +16,7 @@ ClonedVoice voiceThatRead(const QStringList& transcripts) {
 
 TEST(ReadingScriptsTest, ReadSentencesIgnorePunctuationAndCapitals) {
     const QStringList& all = ReadingScripts::sentences();
-    ASSERT_EQ(all.size(), 61);
+    ASSERT_GE(all.size(), 2);
     EXPECT_EQ(ReadingScripts::readCount(voiceThatRead({})), 0);
     // Two sentences in one transcript, shouted and unpunctuated, with a stray word.
     const ClonedVoice voice = voiceThatRead({"um HEY sorry im late the traffic was absolutely terrible this morning  "
