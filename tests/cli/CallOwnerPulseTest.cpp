@@ -177,7 +177,7 @@ TEST_F(CallOwnerPulse, TheAppRunsOnceAndASecondLaunchHandsItsOptionsOver) {
     QProcess& second = start(PARLOVA_APP_PATH, {"--voice", "Middle-Aged Man", "--call", "--live"}, offscreen);
     ASSERT_TRUE(second.waitForFinished(15000));
     EXPECT_EQ(second.exitCode(), 0) << second.readAllStandardError().toStdString();
-    EXPECT_EQ(first.state(), QProcess::Running);
+    EXPECT_NE(first.state(), QProcess::NotRunning);  // the first window is still up
     EXPECT_TRUE(waitLive(first));
     const QJsonObject s = status();
     EXPECT_EQ(s.value("voice").toString(), "Middle-Aged Man");

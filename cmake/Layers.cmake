@@ -1,0 +1,36 @@
+# The core's folders from the floor up. parlova_layer(NAME TYPE) makes the
+# library parlova_NAME from the folder NAME, linked to the one below it, and
+# compiled against build/layers/NAME: links to NAME and every folder below,
+# the only folders its includes can reach.
+set(PARLOVA_LAYERS common voices dsp media devices cloning engine shortcuts control)
+set(PARLOVA_LAYER_BELOW "")
+
+function(parlova_layer name type)
+  list(FIND PARLOVA_LAYERS ${name} position)
+  if(position LESS 0)
+    message(FATAL_ERROR "${name} is not one of the core's folders: ${PARLOVA_LAYERS}")
+  endif()
+  set(view ${CMAKE_BINARY_DIR}/layers/${name})
+  file(MAKE_DIRECTORY ${view})
+  foreach(index RANGE ${position})
+    list(GET PARLOVA_LAYERS ${index} visible)
+    if(NOT EXISTS ${view}/${visible})
+      file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${visible} ${view}/${visible} SYMBOLIC)
+    endif()
+  endforeach()
+  set(target parlova_${name})
+  if(type STREQUAL "INTERFACE")
+    add_library(${target} INTERFACE)
+    target_include_directories(${target} INTERFACE ${view})
+  else()
+    file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${name}/*.cpp ${CMAKE_SOURCE_DIR}/${name}/*.h)
+    add_library(${target} ${type} ${sources})
+    # The folder's own view first; what it links brings the views below.
+    target_include_directories(${target} PRIVATE ${view})
+    target_include_directories(${target} INTERFACE ${view})
+    if(PARLOVA_LAYER_BELOW)
+      target_link_libraries(${target} PUBLIC parlova_${PARLOVA_LAYER_BELOW})
+    endif()
+  endif()
+  set(PARLOVA_LAYER_BELOW ${name} PARENT_SCOPE)
+endfunction()
