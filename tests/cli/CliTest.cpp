@@ -65,21 +65,6 @@ TEST_F(Cli, VoicesListsTheStartingVoicesWithoutWritingSettings) {
     EXPECT_TRUE(storedVoices().isEmpty());
 }
 
-TEST_F(Cli, EveryCommandHasItsHelpBothWays) {
-    const Result overview = run({"--help"});
-    ASSERT_EQ(overview.code, 0);
-    const QStringList commands = {"completion", "devices", "live", "mic", "mic restore", "play", "record", "render",
-                                  "voices", "voices import", "voices set"};
-    for (const QString& name : commands) {
-        const Result viaHelp = run(QStringList{"help"} + name.split(' '));
-        const Result viaOption = run(name.split(' ') + QStringList{"--help"});
-        EXPECT_EQ(viaHelp.code, 0) << name.toStdString();
-        EXPECT_EQ(viaHelp.out, viaOption.out) << name.toStdString();
-        EXPECT_TRUE(viaHelp.text().startsWith("Usage: parlova-cli " + name)) << viaHelp.text().toStdString();
-    }
-    EXPECT_TRUE(run({"--version"}).text().startsWith("parlova-cli "));
-}
-
 TEST_F(Cli, OptionsTakeTheirValueEitherWay) {
     const struct {
         QStringList args;

@@ -43,15 +43,6 @@ protected:
 
 }  // namespace
 
-TEST(LegacyMigrationPaths, FormerFolderIsTheSiblingAndTheLabLivesInsideTheSupportFolder) {
-    EXPECT_EQ(LegacyMigration::formerSupportDirectory("/home/u/.local/share/Parlova"),
-              "/home/u/.local/share/TovixVoiceChanger");
-    EXPECT_EQ(LegacyMigration::formerSupportDirectory("/home/u/.local/share/Parlova/"),
-              "/home/u/.local/share/TovixVoiceChanger");
-    EXPECT_EQ(LegacyMigration::labDirectory("/d/Parlova"), "/d/Parlova/voice-lab");
-    EXPECT_TRUE(LegacyMigration::supportDirectory().endsWith("/Parlova"));
-}
-
 TEST_F(LegacyMigrationTest, KeysAreCopiedWhereAbsentAndTheFolderMovesWithItsPathsRepaired) {
     former.setValue("voices.v5", R"([{"name":"Granny","pitch":300}])");
     former.setValue("inputDeviceUID", "old_mic");

@@ -101,12 +101,3 @@ TEST(EngineOffline, CallModeMakesTheVirtualMicTheSystemMicAndGivesTheRealOneBack
     EXPECT_TRUE(o.settle([&] { return o.server.runningStreams() == 0; }));
 }
 
-TEST(EngineOffline, ARefusedMicrophoneIsToldByItsCodeNotItsWording) {
-    Offline o;
-    o.server.captureError = "Some wording the server chose.";
-    o.server.captureErrorCode = ErrorCode::microphoneRefused;
-    o.engine.toggleLive();
-    EXPECT_TRUE(o.settle([&] { return o.engine.micDenied(); }));
-    EXPECT_FALSE(o.engine.isLive());
-    EXPECT_TRUE(o.engine.errorMessage().isEmpty());  // the window shows its own screen instead
-}

@@ -22,10 +22,3 @@ TEST(LevelMonitor, MeasuresTheLevelAndPeakInDecibelsFullScale) {
     EXPECT_EQ(LevelMonitor::measure(nullptr, 1024).peakDb, LevelMonitor::kFloorDb);
 }
 
-TEST(LevelMonitor, DetectedPitchPublishesWholeHertzMovesAndSnapsToAndFromNone) {
-    EXPECT_FALSE(shouldPublishPitch(200.0f, 200.6f));
-    EXPECT_TRUE(shouldPublishPitch(200.0f, 201.0f));
-    EXPECT_TRUE(shouldPublishPitch(200.0f, 0.0f));
-    EXPECT_TRUE(shouldPublishPitch(0.0f, 0.5f));
-    EXPECT_FALSE(shouldPublishPitch(0.0f, 0.0f));
-}

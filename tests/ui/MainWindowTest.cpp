@@ -58,13 +58,6 @@ struct Harness {
     MainWindow window;
 };
 
-Voice voiceWith(float pitch, float targetPitch) {
-    Voice v = Voice::natural();
-    v.pitch = pitch;
-    v.targetPitch = targetPitch;
-    return v;
-}
-
 }  // namespace
 
 class MainWindowTest : public QObject {
@@ -99,8 +92,6 @@ private slots:
         QVERIFY(state([](auto& s) { s.hasClip = true, s.clipDuration = 3.21; }).contains("3.2 s"));
         QVERIFY(state([](auto& s) { s.callMode = s.isLive = true; }).contains("Old Lady"));
     }
-
-    void aNegativeZeroShiftReadsAsNoShift() { QCOMPARE(voiceSummary(voiceWith(-0.0f, 0)), voiceSummary(voiceWith(0, 0))); }
 
     // The bar rises at once and falls at its rate whatever the repaint rate;
     // the peak mark holds, then falls.

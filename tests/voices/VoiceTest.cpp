@@ -21,13 +21,9 @@ TEST(Voice, FactoryLooksUpByPresetKeyOnlyAndEqualityCoversTheId) {
     EXPECT_EQ(std::hash<Voice>{}(zero), std::hash<Voice>{}(negativeZero));
 }
 
-TEST(Voice, JsonKeepsFieldOrderAndRoundTrips) {
+TEST(Voice, JsonRoundTrips) {
     const Voice lady = Voice::builtIns()[0];
     const QByteArray json = lady.toJson();
-    EXPECT_TRUE(json.startsWith("{\"id\":\""));
-    EXPECT_LT(json.indexOf("\"presetKey\""), json.indexOf("\"pitch\""));
-    EXPECT_LT(json.indexOf("\"gain\""), json.indexOf("\"grain\""));
-    EXPECT_NE(json.indexOf("\"tremoloDepth\":0.12,"), -1) << json.constData();
     EXPECT_EQ(Voice::fromJson(QJsonDocument::fromJson(json).object()), std::optional<Voice>(lady));
     EXPECT_EQ(Voice::natural().toJson().indexOf("presetKey"), -1);
 }
