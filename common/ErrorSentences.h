@@ -2,6 +2,9 @@
 // What can go wrong between Parlova and the sound server, as codes the
 // program decides on, and the sentences the user reads for them. The
 // sentences are kept here, in one place, and shown as they stand.
+#include <cmath>
+#include <string>
+
 namespace parlova {
 
 enum class ErrorCode {
@@ -27,6 +30,11 @@ inline constexpr const char* kDisconnectedMessage =
 inline constexpr const char* kNoDevicesMessage = "No microphone or output device is available.";
 inline constexpr const char* kCallNeedsVirtualMicMessage =
     "Call mode needs the virtual mic. Press Install Virtual Mic in the Calls section, then try again.";
+
+// A file whose sample rate can't be converted to the chain's.
+inline std::string unconvertibleRateMessage(double sampleRate) {
+    return "Parlova can't convert audio at a sample rate of " + std::to_string(std::llround(sampleRate)) + " Hz.";
+}
 
 // The sentence for a code; "failed" has none of its own.
 constexpr const char* sentence(ErrorCode code) {

@@ -23,6 +23,7 @@ QString VoiceSelection::name() const {
 }
 
 bool VoiceSelection::selectVoice(const QUuid& id) {
+    if (current_ == Choice{Kind::effect, id}) return true;  // the engine carries it already
     for (const Voice& voice : store_.voices())
         if (voice.id == id) {
             apply({Kind::effect, id}, &voice);
@@ -37,6 +38,7 @@ bool VoiceSelection::selectVoice(const QUuid& id) {
 
 bool VoiceSelection::selectClone(const QUuid& id) {
     if (!library_ || !library_->voice(id)) return false;
+    if (current_ == Choice{Kind::clone, id}) return true;
     apply({Kind::clone, id}, nullptr);
     return true;
 }

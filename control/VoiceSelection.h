@@ -44,7 +44,8 @@ public:
     // The selected voice's name as the user knows it (empty: none).
     QString name() const;
 
-    // Each returns false, changing nothing, when no such voice exists.
+    // Each returns false, changing nothing, when no such voice exists; the
+    // voice already selected is left as it is.
     bool selectVoice(const QUuid& id);
     bool selectClone(const QUuid& id);
     // An effect voice as given (with changes for this run only, or "Natural").

@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <string>
 #include <vector>
 
 namespace parlova {
@@ -84,8 +83,7 @@ void renderOffline(const std::string& source, const std::string& destination, co
                                                    kRenderBlockFrames);
             fromChain = RateConverter::create(kChainSampleRate, format.sampleRate, 2, kRenderBlockFrames);
             if (!toChain || !fromChain)
-                throw VoiceEngineError("Parlova can't convert audio at a sample rate of " +
-                                       std::to_string(std::llround(format.sampleRate)) + " Hz.");
+                throw VoiceEngineError(unconvertibleRateMessage(format.sampleRate));
             input = toChain.get();
         }
         int channels = format.channels;

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <string>
 #include <vector>
 
 namespace parlova {
@@ -44,8 +43,7 @@ PlaybackGraph::PlaybackGraph(AudioBackend& backend, std::unique_ptr<AudioFileRea
     converted_ = RateConvertingSource::create(player_.get(), fileFormat.channels, fileFormat.sampleRate,
                                               kChainSampleRate);
     if (!converted_)
-        throw VoiceEngineError("Parlova can't convert audio at a sample rate of " +
-                               std::to_string(std::llround(fileFormat.sampleRate)) + " Hz.");
+        throw VoiceEngineError(unconvertibleRateMessage(fileFormat.sampleRate));
     chain_ = std::make_shared<VoiceChain>(voice, converted_.get(), AudioFormat{kChainSampleRate, fileFormat.channels});
     stage_ = std::make_unique<EffectVoiceStage>(chain_);
     renderer_ = std::make_unique<ChainOutput>(*stage_, *meterRelay_, kChainSampleRate);

@@ -271,9 +271,11 @@ QString MainWindow::currentPage() const {
 bool MainWindow::selectVoiceNamed(const QString& name) { return model_.selection.selectNamed(name); }
 
 void MainWindow::selectionChanged(const std::optional<SidebarSelection>& selection) {
+    const auto before = model_.selection.current();
     if (selection && selection->kind == RowKind::clone) model_.selection.selectClone(selection->id);
     if (selection && selection->kind == RowKind::voice) model_.selection.selectVoice(selection->id);
-    showSelected();
+    // A move comes back through followSelection(), which shows it.
+    if (model_.selection.current() == before) showSelected();
 }
 
 void MainWindow::followSelection() {
@@ -282,8 +284,9 @@ void MainWindow::followSelection() {
     const SidebarSelection row{current->kind == VoiceSelection::Kind::clone ? RowKind::clone : RowKind::voice,
                                current->id};
     const auto shown = sidebar_->selection();
-    // Selecting the row comes back through selectionChanged(), which shows it.
     if (!shown || shown->kind != row.kind || shown->id != row.id) {
+        // Shown below, once: the row is not a new choice.
+        QSignalBlocker quiet(sidebar_);
         sidebar_->select(row);
         // A voice the sidebar does not list ("Natural") leaves no row selected.
         const auto now = sidebar_->selection();

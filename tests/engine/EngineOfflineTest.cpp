@@ -23,14 +23,14 @@ constexpr double kTalkerHz = 150;
 
 struct Offline {
     QTemporaryDir dir;
+    // This process's own live session, apart from any other test's, before the engine looks at it.
+    bool privateSession = qputenv("XDG_RUNTIME_DIR", dir.path().toUtf8());
     QSettings settings{dir.filePath("settings.ini"), QSettings::IniFormat};
     FakeBackend server{[] { return fakeMachine(); }};
     BackendJobs jobs;
     VoiceEngine engine{&settings, &server, jobs};
 
     Offline() {
-        // This process's own live session, apart from any other test's.
-        qputenv("XDG_RUNTIME_DIR", dir.path().toUtf8());
         // A steady voiced talker for the whole test.
         server.microphone = tone(kTalkerHz, kRate, size_t(60 * kRate), 0.3f, Wave::vowel);
     }
