@@ -13,6 +13,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+
 using namespace parlova;
 using namespace parlova::testaudio;
 
@@ -75,18 +78,29 @@ TEST(EngineOffline, LiveCarriesTheVoiceAndTheSelectionSwitchesItWhileRunning) {
     EXPECT_TRUE(o.settle([&] { return o.server.runningStreams() == 0; }));
 }
 
-TEST(EngineOffline, PushToTalkSilencesTheOutputUntilTheKeyIsHeld) {
+TEST(EngineOffline, PushToTalkSilencesTheOutputUntilTheKeyIsHeldAndSwitchesWithoutAClick) {
     Offline o;
+    o.engine.set(Voice::natural());
     o.engine.talk().setMode(TalkMode::pushToTalk, false);
     ASSERT_TRUE(o.goLive());
+    std::vector<float> heard;
     const auto held = [&](bool on) {
         o.engine.talk().setKeyHeld(on);
         const auto out = o.play(1.5);
+        heard.insert(heard.end(), out.begin(), out.end());
         return toDb(rms(out, out.size() - size_t(kRate)));
     };
     EXPECT_LT(held(false), -80);
     EXPECT_GT(held(true), -30);
     EXPECT_LT(held(false), -80);
+    // The gain ramps: no sample-to-sample step beyond what the steady voice itself makes.
+    const auto largestStep = [&](size_t from, size_t to) {
+        float step = 0;
+        for (size_t i = from + 1; i < to; ++i) step = std::max(step, std::fabs(heard[i] - heard[i - 1]));
+        return step;
+    };
+    const size_t press = size_t(1.5 * kRate);
+    EXPECT_LT(largestStep(0, heard.size()), 1.5f * largestStep(press + size_t(0.5 * kRate), 2 * press));
 }
 
 TEST(EngineOffline, CallModeMakesTheVirtualMicTheSystemMicAndGivesTheRealOneBack) {
