@@ -5,6 +5,7 @@
 //                      block alone mostly measures the machine's own stalls)
 //   x_realtime         how many times faster than real time a render runs
 #include "media/AudioFile.h"
+#include "engine/CleanMic.h"
 #include "engine/OfflineRenderer.h"
 #include "engine/TapRelay.h"
 #include "engine/VoiceChain.h"
@@ -196,6 +197,29 @@ void WholeChainMonoSource48k(benchmark::State& state) {
     });
 }
 BENCHMARK(WholeChainMonoSource48k)->Iterations(20000)->Unit(benchmark::kMicrosecond);
+
+// The same with the low-delay setting's shorter shifter block.
+void WholeChainMonoSourceLowDelay48k(benchmark::State& state) {
+    BuzzSource source;
+    VoiceChain chain(Voice::builtIns()[0], &source, {kRate, 1}, VoiceChain::kMaxFrames, ShifterTiming::low());
+    StereoBlock buffers;
+    BufferList& list = buffers.list;
+    reportBlocks(state, [&](long block) {
+        chain.modulate(static_cast<double>(block * kBlock) / kRate);
+        benchmark::DoNotOptimize(chain.render(list, kBlock));
+    });
+}
+BENCHMARK(WholeChainMonoSourceLowDelay48k)->Iterations(20000)->Unit(benchmark::kMicrosecond);
+
+// The clean-mic stage alone (denoiser and gate analysis) on a mono microphone.
+void CleanMicMono48k(benchmark::State& state) {
+    BuzzSource source;
+    CleanMicSource clean(source, 1, kRate, std::make_shared<CleanMicControl>());
+    StereoBlock buffers;
+    BufferList& list = buffers.list;
+    reportBlocks(state, [&](long) { benchmark::DoNotOptimize(clean.pull(list, kBlock)); });
+}
+BENCHMARK(CleanMicMono48k)->Iterations(20000)->Unit(benchmark::kMicrosecond);
 
 // The real-time side of the tap relay while its handler is far too slow: each
 // push must stay a copy into the ring (or a drop), never a wait.

@@ -113,6 +113,8 @@ int live(const Arguments& args) {
         throw UsageError(cloned ? "Choose one voice: --voice NAME or --clone NAME, not both."
                                 : "Choose a voice: --voice NAME (or --clone NAME for a cloned voice).");
     if (args.has("--latency") && !cloned) throw UsageError("--latency works only with --clone.");
+    if (args.has("--low-delay") && cloned)
+        throw UsageError("--low-delay is for effect voices; a cloned voice's delay is --latency.");
     if (args.has("--set") && cloned) throw UsageError("--set changes an effect voice; a cloned voice has no settings.");
     const Voice voice = cloned ? Voice::natural() : voiceWithOverrides(args.value("--voice"), args.values("--set"));
     const double seconds = args.has("--seconds") ? args.seconds("--seconds") : 0;
@@ -158,6 +160,7 @@ int live(const Arguments& args) {
     engine.setOutputUID(devices.output, false);
     engine.setCallMode(args.has("--call"));
     engine.setHearMyself(args.has("--hear-myself"));
+    engine.setLowDelay(args.has("--low-delay"), false);
     // A server that never answers is given up on, and never past --seconds.
     if (seconds > 0)
         engine.setLiveStartBound(std::min(std::chrono::milliseconds(LiveSession::kDefaultStartBoundMs),
@@ -312,6 +315,8 @@ CommandRegistration liveCommand({
     "live runs per session: beside another (the window's or a second 'live') it is\n"
     "refused, naming the one that runs.\n",
     withMicOptions({kLiveVoice, kClone, kLatency, kSet,
+     {"--low-delay", "", "with --voice: a shorter delay (about half), for hearing yourself in\n"
+                         "headphones; low voices sound a little rougher"},
      {"--call", "", "call mode: play into \"Parlova Mic\" and make it the system microphone,\n"
                     "so call apps hear the voice (install it first: 'parlova-cli mic install')"},
      {"--hear-myself", "", "in call mode, also play the voice on the output device (refused on\n"

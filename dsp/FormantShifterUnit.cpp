@@ -11,7 +11,8 @@ FormantShifterUnit::~FormantShifterUnit() { release(); }
 void FormantShifterUnit::prepare(const AudioFormat& format, int maxFrames) {
     release();
     const int channels = identicalChannels_ ? 1 : std::clamp(format.channels, 1, kMaxChannels);
-    shifter_ = parlova_shifter_create(channels, format.sampleRate);
+    shifter_ = parlova_shifter_create_timed(channels, format.sampleRate, timing_.blockSeconds, timing_.intervalSeconds);
+    latencySeconds_ = parlova_shifter_latency(shifter_) / format.sampleRate;
     tracker_.reset(format.sampleRate);
     scratch_.assign(static_cast<size_t>(channels), std::vector<float>(static_cast<size_t>(maxFrames), 0.0f));
     inputPointers_.assign(static_cast<size_t>(channels), nullptr);

@@ -10,6 +10,23 @@
 
 namespace parlova {
 
+// How long a block the shifter analyses and how often it advances. The output
+// trails the input by one block; a shorter block cuts that delay but resolves
+// the harmonics of a low voice less well.
+struct ShifterTiming {
+    double blockSeconds;
+    double intervalSeconds;
+    // The standard timing: 60 ms blocks every 15 ms.
+    static constexpr ShifterTiming normal() { return {0.06, 0.015}; }
+    // The low-delay timing: the shortest block found that keeps pitch and
+    // formant shifts on real speech where the standard timing puts them and
+    // a 100 Hz talker's voice as periodic. The longer interval matters as
+    // much as the block: at a quarter of a short block, shifted low voices
+    // turn rough.
+    static constexpr ShifterTiming low() { return {0.05, 0.02}; }
+    bool operator==(const ShifterTiming&) const = default;
+};
+
 class FormantShifterUnit : public InPlaceEffectUnit {
 public:
     static constexpr const char* kSubtype = "frmt";
@@ -36,6 +53,12 @@ public:
     // shift the first channel only and copy it: identical output at half the
     // cost. Takes effect at the next allocateRenderResources().
     void setIdenticalChannels(bool identical) { identicalChannels_ = identical; }
+    // Takes effect at the next allocateRenderResources().
+    void setTiming(ShifterTiming timing) { timing_ = timing; }
+    ShifterTiming timing() const { return timing_; }
+    // The delay from input to output, in seconds, as the library reports it
+    // once prepared (about one block); before that, one block.
+    double latencySeconds() const { return latencySeconds_ > 0 ? latencySeconds_ : timing_.blockSeconds; }
 
     struct Shift {
         float pitch;
@@ -53,6 +76,8 @@ private:
     void release();
 
     bool identicalChannels_ = false;
+    ShifterTiming timing_ = ShifterTiming::normal();
+    double latencySeconds_ = 0;
     PitchTracker tracker_;
     ParlovaShifter* shifter_ = nullptr;
     std::vector<std::vector<float>> scratch_;

@@ -9,8 +9,8 @@ CleanMicSource::CleanMicSource(AudioSource& input, int inputChannels, double sam
                                std::shared_ptr<const CleanMicControl> control, int inputMaxFrames)
     : input_(input), inputChannels_(std::clamp(inputChannels, 1, kMaxChannels)),
       inputMaxFrames_(std::max(1, inputMaxFrames)),
-      frameSize_(static_cast<int>(std::lround(kFrameSeconds * sampleRate))), control_(std::move(control)) {
-    denoiser_.prepare(frameSize_, static_cast<int>(sampleRate), kSuppressDb);
+      frameSize_(SpeechDenoiser::frameSize()), control_(std::move(control)) {
+    denoiser_.prepare();
     gate_.prepare(sampleRate);
     inputBlock_.assign(static_cast<size_t>(inputChannels_), std::vector<float>(static_cast<size_t>(frameSize_)));
     frame_.assign(static_cast<size_t>(frameSize_), 0.0f);
@@ -104,6 +104,10 @@ CleanMicStage::CleanMicStage(AudioSource& input, double sampleRate, const VoiceS
     : clean_(std::make_unique<CleanMicSource>(input, 1, sampleRate, std::move(control))),
       inner_(inner(*clean_, sampleRate)) {
     clean_->prepareGate(static_cast<int>(std::lround(inner_->latencySeconds() * sampleRate)));
+}
+
+double CleanMicStage::readAheadSeconds() const {
+    return clean_->readAheadFrames() / SpeechDenoiser::kSampleRate + inner_->readAheadSeconds();
 }
 
 int32_t CleanMicStage::render(BufferList& out, int frames) noexcept {

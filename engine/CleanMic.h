@@ -1,10 +1,11 @@
 #pragma once
 // "Clean up my mic": an input stage in front of the voice stage. It takes the
-// microphone (any channel count, mixed to mono), lowers steady room noise with
-// the speexdsp preprocessor and closes a noise gate between words, so fan hiss
-// and keyboard clatter are not pitch-shifted into a warble.
+// microphone (any channel count, mixed to mono), removes room noise with a
+// speech denoiser (steady fans and hum as well as key clicks) and closes a
+// noise gate between words, so what is left is not pitch-shifted into a warble.
+// It runs at the chain's rate, 48000 Hz, the only rate the denoiser knows.
 //
-// It adds no delay of its own. The denoiser works on 5 ms frames and trails by
+// It adds no delay of its own. The denoiser works on 10 ms frames and trails by
 // one frame: both are served by reading that far ahead of its consumer from
 // the source (inside the microphone bridge's cushion, or the file), so output
 // sample n is input sample n denoised. The gate decides on the denoised
@@ -13,7 +14,7 @@
 // in the constructor; pull() is real-time safe.
 #include "dsp/AudioBuffers.h"
 #include "dsp/NoiseGate.h"
-#include "dsp/SpeexDenoiser.h"
+#include "dsp/SpeechDenoiser.h"
 #include "engine/VoiceStage.h"
 
 #include <atomic>
@@ -31,11 +32,9 @@ struct CleanMicControl {
 
 class CleanMicSource final : public AudioSource {
 public:
-    static constexpr double kFrameSeconds = 0.005;
-    static constexpr int kSuppressDb = -30;
     static constexpr int kMaxPullFrames = 4096;
 
-    // `input` delivers `inputChannels` channels at `sampleRate` and takes pulls
+    // `input` delivers `inputChannels` channels at `sampleRate` (48000) and takes pulls
     // of at most `inputMaxFrames`.
     CleanMicSource(AudioSource& input, int inputChannels, double sampleRate,
                    std::shared_ptr<const CleanMicControl> control, int inputMaxFrames = kMaxPullFrames);
@@ -62,7 +61,7 @@ private:
     AudioSource& input_;
     int inputChannels_, inputMaxFrames_, frameSize_;
     std::shared_ptr<const CleanMicControl> control_;
-    SpeexDenoiser denoiser_;
+    SpeechDenoiser denoiser_;
     NoiseGate gate_;
     std::vector<std::vector<float>> inputBlock_;  // one pull of the input, per channel
     std::vector<float> frame_;                   // the frame being gathered
@@ -85,6 +84,7 @@ public:
                   std::shared_ptr<const CleanMicControl> control);
     int32_t render(BufferList& out, int frames) noexcept override;
     double latencySeconds() const override { return inner_->latencySeconds(); }
+    double readAheadSeconds() const override;
     std::shared_ptr<VoiceChain> chain() const override { return inner_->chain(); }
 
     // `inner` fed through the clean-mic stage.

@@ -1,5 +1,8 @@
 #include "engine/LiveGraph.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace parlova {
 
 class LiveGraph::RecordingListener : public CaptureListener {
@@ -37,22 +40,27 @@ private:
 }  // namespace
 
 LiveGraph::LiveGraph(AudioBackend& backend, const LiveRoute& route, const VoiceStageFactory& stage,
-                     BlockHandler recordTap, BlockHandler meterTap, const StreamFaults& faults)
+                     BlockHandler recordTap, BlockHandler meterTap, const StreamFaults& faults,
+                     const RouteBuffering& buffering)
     : route_(route) {
     recordRelay_ = std::make_unique<TapRelay>(kTapFrames, std::move(recordTap));
     meterRelay_ = std::make_unique<TapRelay>(kTapFrames, std::move(meterTap));
     recordingListener_ = std::make_unique<RecordingListener>(*recordRelay_);
 
-    mic_ = std::make_unique<MicCapture>(backend, route.mic, kSampleRate, faults);
+    mic_ = std::make_unique<MicCapture>(backend, route.mic, kSampleRate, faults, buffering.micBlockSeconds);
     mic_->addListener(recordingListener_.get());
     stage_ = stage(mic_->bridge(), kSampleRate);
-    if (route.monitor) monitorBridge_ = std::make_shared<MicBridge>(kSampleRate, kMonitorCushionSeconds);
+    // What the stage reads ahead beyond one microphone block would otherwise
+    // come out of the cushion and leave the bridge running dry.
+    const double readAhead = std::max(0.0, stage_->readAheadSeconds() - buffering.micBlockSeconds);
+    mic_->bridge().setCushion(static_cast<int>(std::lround((buffering.micCushionSeconds + readAhead) * kSampleRate)));
+    if (route.monitor) monitorBridge_ = std::make_shared<MicBridge>(kSampleRate, buffering.monitorCushionSeconds);
     renderer_ = std::make_unique<ChainOutput>(*stage_, *meterRelay_, kSampleRate, monitorBridge_.get());
     freshStart_ = std::make_unique<FreshStart>(*renderer_, mic_->bridge());
-    output_ = backend.openOutput(route.output, AudioFormat{kSampleRate, 2}, *freshStart_, kOutputBufferSeconds, faults);
+    output_ = backend.openOutput(route.output, AudioFormat{kSampleRate, 2}, *freshStart_, buffering.outputBufferSeconds, faults);
     if (route.monitor)
         monitor_ = backend.openOutput(*route.monitor, AudioFormat{kSampleRate, 2}, *monitorBridge_,
-                                      kOutputBufferSeconds, faults);
+                                      buffering.outputBufferSeconds, faults);
 }
 
 LiveGraph::~LiveGraph() {
@@ -75,8 +83,9 @@ void LiveGraph::stop() {
 }
 
 double LiveGraph::delaySeconds() const {
-    return mic_->latencySeconds() + mic_->bridge().count() / kSampleRate + stage_->latencySeconds() +
-           output_->latencySeconds();
+    // What the stage read ahead has left the bridge but not reached the output yet.
+    return mic_->latencySeconds() + mic_->bridge().count() / kSampleRate + stage_->readAheadSeconds() +
+           stage_->latencySeconds() + output_->latencySeconds();
 }
 
 }  // namespace parlova

@@ -20,6 +20,19 @@
 
 namespace parlova {
 
+// How much the route keeps queued where one clock hands over to another. With
+// the voice stage's own delay that is the delay the route adds; what is queued
+// is also what rides out a moment in which an audio thread is not scheduled.
+struct RouteBuffering {
+    double micBlockSeconds;        // what the microphone delivers at a time
+    double micCushionSeconds;      // the microphone bridge's cushion
+    double monitorCushionSeconds;  // the monitor bridge's cushion (call mode)
+    double outputBufferSeconds;    // what each output keeps queued at the server
+    static constexpr RouteBuffering normal() { return {0.01, 0.02, 0.03, 0.02}; }
+    // For the low-delay setting: every part halved.
+    static constexpr RouteBuffering low() { return {0.005, 0.01, 0.015, 0.01}; }
+};
+
 struct LiveRoute {
     DeviceEntry mic;
     DeviceEntry output;
@@ -30,19 +43,17 @@ struct LiveRoute {
 class LiveGraph {
 public:
     static constexpr double kSampleRate = kChainSampleRate;
-    static constexpr double kMonitorCushionSeconds = 0.03;
     static constexpr int kTapFrames = 1024;
-    // What the output keeps queued at the server. It adds to the delay, and it
-    // is what rides out a moment in which the audio thread is not scheduled.
-    static constexpr double kOutputBufferSeconds = 0.02;
 
     using BlockHandler = std::function<void(const float* mono, int frames)>;
 
     // Opens every device of the route (nothing runs yet). `recordTap` receives
     // the dry microphone and `meterTap` the stage's output, both on a tap
-    // thread. Throws VoiceEngineError.
+    // thread. A stage that reads ahead of its output (the clean mic) gets that
+    // much more cushion in the microphone bridge. Throws VoiceEngineError.
     LiveGraph(AudioBackend& backend, const LiveRoute& route, const VoiceStageFactory& stage, BlockHandler recordTap,
-              BlockHandler meterTap, const StreamFaults& faults);
+              BlockHandler meterTap, const StreamFaults& faults,
+              const RouteBuffering& buffering = RouteBuffering::normal());
     ~LiveGraph();
 
     void start();
@@ -62,8 +73,8 @@ public:
     MicCapture& mic() { return *mic_; }
 
     // The delay from the microphone to the output as far as this process
-    // knows it: both streams' reported latency, the bridge's fill and the
-    // voice stage's own delay.
+    // knows it: both streams' reported latency, the bridge's fill, what the
+    // stage reads ahead and the voice stage's own delay.
     double delaySeconds() const;
     // Times the server ran out of the output's audio (each one a break the listener hears).
     uint64_t outputUnderflows() const { return output_->underflows(); }

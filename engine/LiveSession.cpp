@@ -94,7 +94,7 @@ void LiveSession::attempt(int number) {
             try {
                 const LiveRoute route = routeLive(*table, request.route);
                 auto graph = std::make_shared<LiveGraph>(*backend, route, request.stage, request.recordTap,
-                                                         request.meterTap, faults);
+                                                         request.meterTap, faults, request.buffering);
                 graph->setInitialAudible(request.audible);
                 graph->start();
                 result->graph = std::move(graph);

@@ -33,6 +33,7 @@ public:
         LiveGraph::BlockHandler recordTap;
         LiveGraph::BlockHandler meterTap;
         bool audible = true;
+        RouteBuffering buffering = RouteBuffering::normal();
     };
     using RequestMaker = std::function<Request()>;
 

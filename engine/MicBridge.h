@@ -51,6 +51,8 @@ public:
     double sampleRate() const { return sampleRate_; }
     int capacity() const { return static_cast<int>(queue_.capacity()); }
     int cushion() const { return static_cast<int>(queue_.cushion()); }
+    // Any thread: a new cushion, from the next read.
+    void setCushion(int frames) noexcept { queue_.setCushion(static_cast<size_t>(frames)); }
 
     // Observers on any thread (approximate while both sides run).
     // Samples waiting to be read, i.e. the delay the bridge adds, in frames.

@@ -2,10 +2,11 @@
 
 namespace parlova {
 
-MicCapture::MicCapture(AudioBackend& backend, const DeviceEntry& device, double sampleRate, StreamFaults faults)
+MicCapture::MicCapture(AudioBackend& backend, const DeviceEntry& device, double sampleRate, StreamFaults faults,
+                       double blockSeconds)
     : sampleRate_(sampleRate), bridge_(std::make_shared<MicBridge>(sampleRate, kCushionSeconds)) {
     for (auto& slot : listeners_) slot.store(nullptr, std::memory_order_relaxed);
-    stream_ = backend.openCapture(device, sampleRate, kBlockSeconds, *this, std::move(faults));
+    stream_ = backend.openCapture(device, sampleRate, blockSeconds, *this, std::move(faults));
 }
 
 MicCapture::~MicCapture() { stream_.reset(); }

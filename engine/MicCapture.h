@@ -24,7 +24,9 @@ public:
 
     // Opens the microphone at `sampleRate` (the server converts). Waits on the
     // server: job threads only. Throws VoiceEngineError.
-    MicCapture(AudioBackend& backend, const DeviceEntry& device, double sampleRate, StreamFaults faults);
+    // The server delivers `blockSeconds` at a time.
+    MicCapture(AudioBackend& backend, const DeviceEntry& device, double sampleRate, StreamFaults faults,
+               double blockSeconds = kBlockSeconds);
     ~MicCapture() override;
 
     // Any thread; a listener must outlive the capture or be removed first.

@@ -47,7 +47,8 @@ void OutputVolumeUnit::process(BufferList& buffers, int frames) noexcept {
     ramp_.apply(buffers.data, buffers.count, frames);
 }
 
-VoiceChain::VoiceChain(const Voice& voice, AudioSource* source, const AudioFormat& sourceFormat, int maxFrames)
+VoiceChain::VoiceChain(const Voice& voice, AudioSource* source, const AudioFormat& sourceFormat, int maxFrames,
+                       ShifterTiming timing)
     : shifter_(InPlaceEffectUnit::makeNode<FormantShifterUnit>(FormantShifterUnit::kSubtype,
                                                                  FormantShifterUnit::kName)),
       grain_(InPlaceEffectUnit::makeNode<GrainAudioUnit>("grai", "Grain")),
@@ -61,6 +62,7 @@ VoiceChain::VoiceChain(const Voice& voice, AudioSource* source, const AudioForma
     converter_.prepare(source, sourceFormat.channels, maxFrames);
     // A mono source reaches the shifter as two identical channels.
     shifter_->setIdenticalChannels(sourceFormat.channels == 1);
+    shifter_->setTiming(timing);
     InPlaceEffectUnit* units[] = {shifter_.get(), grain_.get(), eq_.get(), reverb_.get(), limiter_.get(), output_.get()};
     AudioSource* previous = &converter_;
     for (InPlaceEffectUnit* unit : units) {

@@ -57,8 +57,10 @@ class VoiceChain {
 public:
     static constexpr int kMaxFrames = InPlaceEffectUnit::kDefaultMaxFrames;
 
-    // Builds the chain on `source` (which delivers `sourceFormat`) and applies `voice`.
-    VoiceChain(const Voice& voice, AudioSource* source, const AudioFormat& sourceFormat, int maxFrames = kMaxFrames);
+    // Builds the chain on `source` (which delivers `sourceFormat`) and applies
+    // `voice`; the shifter runs with `timing`.
+    VoiceChain(const Voice& voice, AudioSource* source, const AudioFormat& sourceFormat, int maxFrames = kMaxFrames,
+               ShifterTiming timing = ShifterTiming::normal());
     ~VoiceChain();
     VoiceChain(const VoiceChain&) = delete;
     VoiceChain& operator=(const VoiceChain&) = delete;

@@ -24,6 +24,7 @@ VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, BackendJobs
     clockStart_ = std::chrono::steady_clock::now();
     inputUID_ = settings_->value(kInputDeviceKey).toString();
     outputUID_ = settings_->value(kOutputDeviceKey).toString();
+    lowDelay_ = settings_->value(kLowDelayKey, false).toBool();
     loadCloneSettings();
     talk_.attach(settings_);
     cleanMic_.attach(settings_);
@@ -200,8 +201,11 @@ LiveSession::Request VoiceEngine::liveRequest() {
     request.route.savedMicUID = call_.savedMic();
     // Clean mic gates behind the effect chain, inside the shifter's delay; a
     // cloned voice's stream is far longer, so it takes the microphone as it is.
-    request.stage = clone_.isEmpty() ? cleanMic_.wrap(EffectVoiceStage::factory(effectiveVoice()))
-                                     : cloneStageFactory();
+    const bool effect = clone_.isEmpty();
+    request.stage = effect ? cleanMic_.wrap(EffectVoiceStage::factory(
+                                 effectiveVoice(), lowDelay_ ? ShifterTiming::low() : ShifterTiming::normal()))
+                           : cloneStageFactory();
+    request.buffering = effect && lowDelay_ ? RouteBuffering::low() : RouteBuffering::normal();
     request.recordTap = [sink = clip_.sink()](const float* mono, int frames) { sink->write(&mono, frames); };
     QPointer<VoiceEngine> self(this);
     request.meterTap = [self](const float* mono, int frames) {
@@ -309,6 +313,18 @@ void VoiceEngine::setHearMyself(bool on) {
     emit hearMyselfChanged();
     // The monitor is part of the route: rebuild a running call route.
     if (live_.isRunning() && live_.graph()->route().isCall) {
+        tearDownLive();
+        updateLiveEngine();
+    }
+}
+
+void VoiceEngine::setLowDelay(bool on, bool remember) {
+    if (remember) settings_->setValue(kLowDelayKey, on);
+    if (lowDelay_ == on) return;
+    lowDelay_ = on;
+    emit lowDelayChanged();
+    // The shifter's block and the buffers are fixed when the route is built.
+    if (live_.isRunning() && clone_.isEmpty()) {
         tearDownLive();
         updateLiveEngine();
     }

@@ -53,6 +53,7 @@ class VoiceEngine : public QObject {
     Q_PROPERTY(bool isPlaying READ isPlaying NOTIFY playingChanged)
     Q_PROPERTY(bool callMode READ callMode WRITE setCallMode NOTIFY callModeChanged)
     Q_PROPERTY(bool hearMyself READ hearMyself WRITE setHearMyself NOTIFY hearMyselfChanged)
+    Q_PROPERTY(bool lowDelay READ lowDelay WRITE setLowDelay NOTIFY lowDelayChanged)
     Q_PROPERTY(QString inputUID READ inputUID WRITE setInputUID NOTIFY devicesChosen)
     Q_PROPERTY(QString outputUID READ outputUID WRITE setOutputUID NOTIFY devicesChosen)
     Q_PROPERTY(bool isConverting READ isConverting NOTIFY isConvertingChanged)
@@ -63,6 +64,7 @@ class VoiceEngine : public QObject {
 public:
     static constexpr const char* kInputDeviceKey = "inputDeviceUID";
     static constexpr const char* kOutputDeviceKey = "outputDeviceUID";
+    static constexpr const char* kLowDelayKey = "lowDelay";
     static constexpr const char* kMicBeforeCallModeKey = CallMode::kMicBeforeCallModeKey;
     // How long destruction waits for the server to take the real microphone back.
     static constexpr std::chrono::milliseconds kShutdownWait{2000};
@@ -145,6 +147,12 @@ public:
     void setCallMode(bool on);
     bool hearMyself() const { return hearMyself_; }
     void setHearMyself(bool on);
+
+    // Low delay for effect voices: a shorter shifter block and smaller
+    // buffers along the live route. Off by default; kept in the settings. A
+    // running effect route is rebuilt.
+    bool lowDelay() const { return lowDelay_; }
+    void setLowDelay(bool on, bool remember = true);
     CallMode& callModePart() { return call_; }
     // While call mode holds the system microphone and something else moved
     // it: the input call apps hear instead (display name); empty otherwise.
@@ -209,6 +217,7 @@ signals:
     void playingChanged();
     void callModeChanged();
     void hearMyselfChanged();
+    void lowDelayChanged();
     void devicesChosen();
     // The live route runs (after a start, or a rebuild).
     void liveStarted();
@@ -272,6 +281,7 @@ private:
     bool micDenied_ = false;
     bool callMode_ = false;
     bool hearMyself_ = false;
+    bool lowDelay_ = false;
     bool isRecording_ = false;
     QString inputUID_, outputUID_;
 

@@ -2,23 +2,20 @@
 
 namespace parlova {
 
-namespace {
-// The shifter works in 60 ms blocks advanced every 15 ms; a block's effect is
-// centred half a block after its input and its output half a block later, so
-// the output trails the input by one block (the interval adds nothing).
-constexpr double kShifterLatencySeconds = 0.06;
-}  // namespace
-
-EffectVoiceStage::EffectVoiceStage(const Voice& voice, AudioSource& input, const AudioFormat& inputFormat)
-    : chain_(std::make_shared<VoiceChain>(voice, &input, inputFormat)) {}
+EffectVoiceStage::EffectVoiceStage(const Voice& voice, AudioSource& input, const AudioFormat& inputFormat,
+                                   ShifterTiming timing)
+    : chain_(std::make_shared<VoiceChain>(voice, &input, inputFormat, VoiceChain::kMaxFrames, timing)) {}
 
 double EffectVoiceStage::latencySeconds(VoiceChain& chain) {
-    return kShifterLatencySeconds + chain.limiter().latencyFrames() / chain.format().sampleRate;
+    // The shifter's block (a block's effect is centred half a block after its
+    // input and its output half a block later; the interval adds nothing) and
+    // the limiter's lookahead.
+    return chain.shifter().latencySeconds() + chain.limiter().latencyFrames() / chain.format().sampleRate;
 }
 
-VoiceStageFactory EffectVoiceStage::factory(const Voice& voice) {
-    return [voice](AudioSource& input, double sampleRate) -> std::unique_ptr<VoiceStage> {
-        return std::make_unique<EffectVoiceStage>(voice, input, AudioFormat{sampleRate, 1});
+VoiceStageFactory EffectVoiceStage::factory(const Voice& voice, ShifterTiming timing) {
+    return [voice, timing](AudioSource& input, double sampleRate) -> std::unique_ptr<VoiceStage> {
+        return std::make_unique<EffectVoiceStage>(voice, input, AudioFormat{sampleRate, 1}, timing);
     };
 }
 

@@ -17,6 +17,8 @@ public:
     virtual int32_t render(BufferList& out, int frames) noexcept = 0;
     // The delay the stage adds, in seconds.
     virtual double latencySeconds() const = 0;
+    // How far ahead of its output the stage reads its input, in seconds.
+    virtual double readAheadSeconds() const { return 0; }
     // The effect chain inside, for voice edits, modulation and the pitch
     // readout; null for a stage without one.
     virtual std::shared_ptr<VoiceChain> chain() const { return nullptr; }
@@ -29,7 +31,8 @@ using VoiceStageFactory = std::function<std::unique_ptr<VoiceStage>(AudioSource&
 // The effect chain as a voice stage.
 class EffectVoiceStage final : public VoiceStage {
 public:
-    EffectVoiceStage(const Voice& voice, AudioSource& input, const AudioFormat& inputFormat);
+    EffectVoiceStage(const Voice& voice, AudioSource& input, const AudioFormat& inputFormat,
+                     ShifterTiming timing = ShifterTiming::normal());
     explicit EffectVoiceStage(std::shared_ptr<VoiceChain> chain) : chain_(std::move(chain)) {}
     int32_t render(BufferList& out, int frames) noexcept override { return chain_->render(out, frames); }
     double latencySeconds() const override { return latencySeconds(*chain_); }
@@ -37,7 +40,7 @@ public:
     // The delay of a chain from its input to its output.
     static double latencySeconds(VoiceChain& chain);
 
-    static VoiceStageFactory factory(const Voice& voice);
+    static VoiceStageFactory factory(const Voice& voice, ShifterTiming timing = ShifterTiming::normal());
 
 private:
     std::shared_ptr<VoiceChain> chain_;

@@ -62,9 +62,19 @@ TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, Virt
         if (auto latency = cloneLatencyFromRaw(cloneDelay_->currentData().toString()))
             engine_.setCloneLatency(*latency);
     });
+    // An effect voice's delay: the standard one, or a shorter shifter block
+    // and smaller buffers for hearing oneself in headphones.
+    effectDelay_ = new QComboBox(this);
+    effectDelay_->setToolTip("Low: hear yourself sooner, for headphones; Normal: the fullest sound on low voices");
+    effectDelay_->setAccessibleName("Delay of the voice");
+    effectDelay_->addItem("Delay: Normal", false);
+    effectDelay_->addItem("Delay: Low", true);
+    connect(effectDelay_, &QComboBox::activated, this,
+            [this] { engine_.setLowDelay(effectDelay_->currentData().toBool()); });
     delay_ = new QLabel(this);
     delay_->setForegroundRole(QPalette::PlaceholderText);
     second->addWidget(cloneDelay_);
+    second->addWidget(effectDelay_);
     second->addWidget(delay_);
     exportBar_ = new QProgressBar(this);
     exportBar_->setRange(0, 100);
@@ -103,7 +113,7 @@ TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, Virt
     for (auto signal : {&VoiceEngine::liveStateChanged, &VoiceEngine::isStartingLiveChanged,
                         &VoiceEngine::recordingChanged, &VoiceEngine::playingChanged, &VoiceEngine::clipChanged,
                         &VoiceEngine::isExportingChanged, &VoiceEngine::callModeChanged,
-                        &VoiceEngine::bypassChanged, &VoiceEngine::cloneChanged, &VoiceEngine::cloneLatencyChanged,
+                        &VoiceEngine::bypassChanged, &VoiceEngine::cloneChanged, &VoiceEngine::cloneLatencyChanged, &VoiceEngine::lowDelayChanged,
                         &VoiceEngine::isConvertingChanged, &VoiceEngine::isStreamStartingChanged})
         connect(&engine_, signal, this, &TransportCard::refresh);
     connect(&engine_.talk(), &TalkControl::statusChanged, this, &TransportCard::refresh);
@@ -165,6 +175,8 @@ void TransportCard::refresh() {
     exportBar_->setVisible(s.isExporting);
     cloneDelay_->setVisible(s.isCloned);
     cloneDelay_->setCurrentIndex(cloneDelay_->findData(rawValue(engine_.cloneLatency())));
+    effectDelay_->setVisible(!s.isCloned);
+    effectDelay_->setCurrentIndex(effectDelay_->findData(engine_.lowDelay()));
     // While a key decides whether the voice is heard, say which way it is now.
     QString talk = s.isLive && engine_.talk().mode() != TalkMode::always ? engine_.talk().status() : QString();
     status_->setText(talk.isEmpty() ? transportStatus(s) : transportStatus(s) + " " + talk);

@@ -61,6 +61,7 @@ private:
     QToolButton* audioMenu_;
     QAction* export_;
     QComboBox* cloneDelay_;
+    QComboBox* effectDelay_;
     QLabel* delay_;
     QProgressBar* exportBar_;
     QLabel* status_;

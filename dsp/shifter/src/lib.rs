@@ -1,10 +1,13 @@
-//! Four plain C functions over one pitch/formant stretcher, so the C++ effect unit
-//! can shift audio without knowing the library's types.
+//! Plain C functions over one pitch/formant stretcher, so the C++ effect unit
+//! can shift audio without knowing the library's types. The clean-mic
+//! denoiser lives beside it in `denoise`, built into the same static library.
 //!
 //! The library works on interleaved samples while the unit hands us one buffer per
 //! channel, so the shim keeps two interleaved scratch buffers. They are sized at
 //! creation for `MAX_FRAMES` and longer calls are processed in slices, which keeps
 //! the process path free of allocation.
+
+mod denoise;
 
 use signalsmith_stretch::Stretch;
 use std::os::raw::{c_float, c_int};
@@ -24,11 +27,29 @@ pub struct Shifter {
 /// block with a 15 ms interval. Returns null for a channel count below 1.
 #[no_mangle]
 pub extern "C" fn parlova_shifter_create(channels: c_int, sample_rate: f64) -> *mut Shifter {
+    parlova_shifter_create_timed(channels, sample_rate, 0.06, 0.015)
+}
+
+/// Creates a shifter with an analysis block of `block_seconds` advanced every
+/// `interval_seconds` (both truncated to whole samples). The output trails the
+/// input by one block, so a shorter block means less delay, at the cost of
+/// frequency resolution on low voices. Returns null for a channel count below 1
+/// or a block or interval shorter than a sample.
+#[no_mangle]
+pub extern "C" fn parlova_shifter_create_timed(
+    channels: c_int,
+    sample_rate: f64,
+    block_seconds: f64,
+    interval_seconds: f64,
+) -> *mut Shifter {
     if channels < 1 || !(sample_rate > 0.0) {
         return std::ptr::null_mut();
     }
-    let block = (sample_rate * 0.06) as usize;
-    let interval = (sample_rate * 0.015) as usize;
+    let block = (sample_rate * block_seconds) as usize;
+    let interval = (sample_rate * interval_seconds) as usize;
+    if block < 1 || interval < 1 {
+        return std::ptr::null_mut();
+    }
     let channels = channels as usize;
     let shifter = Shifter {
         stretch: Stretch::new(channels as u32, block, interval),
@@ -100,6 +121,14 @@ pub extern "C" fn parlova_shifter_process(
         }
         done += n;
     }
+}
+
+/// The delay from input to output, in samples (what the library reports for
+/// its analysis and its synthesis together); 0 for a null handle.
+#[no_mangle]
+pub extern "C" fn parlova_shifter_latency(handle: *const Shifter) -> c_int {
+    let Some(shifter) = (unsafe { handle.as_ref() }) else { return 0 };
+    (shifter.stretch.input_latency() + shifter.stretch.output_latency()) as c_int
 }
 
 /// Deletes the shifter; null is ignored.
