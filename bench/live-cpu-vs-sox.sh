@@ -31,13 +31,18 @@ ticks() {
     done
     echo "$total"
 }
-# Share of one core used by the given processes over $seconds, after 2 s to settle.
+# Share of one core used by the server (the first process) and the client
+# processes after it, over $seconds after 2 s to settle: "TOTAL SERVER".
 share() {
+    server=$1
     sleep 2
     before=$(ticks "$@")
+    server_before=$(ticks "$server")
     sleep "$seconds"
     after=$(ticks "$@")
-    echo "$after $before $hz $seconds" | awk '{printf "%.2f", 100 * ($1 - $2) / $3 / $4}'
+    server_after=$(ticks "$server")
+    echo "$after $before $server_after $server_before $hz $seconds" |
+        awk '{printf "%.2f %.2f", 100 * ($1 - $2) / $5 / $6, 100 * ($3 - $4) / $5 / $6}'
 }
 
 build/parlova-cli live --voice "$voice" --quiet --seconds $((seconds + 4)) "$@" &
@@ -45,17 +50,27 @@ app=$!
 app_share=$(share "$PARLOVA_PULSE_PID" "$app")
 wait "$app" || true
 
-mkfifo "$dir/a" "$dir/b"
-parec --format=float32le --rate=48000 --channels=1 >"$dir/a" &
-rec=$!
-sox -q -t raw -r 48000 -e float -b 32 -c 1 "$dir/a" -t raw - pitch 650 >"$dir/b" &
-fx=$!
-pacat --format=float32le --rate=48000 --channels=1 <"$dir/b" &
-play=$!
-sox_share=$(share "$PARLOVA_PULSE_PID" "$rec" "$fx" "$play")
-kill "$rec" "$fx" "$play" 2>/dev/null || true
-wait 2>/dev/null || true
+# The pipeline with the given extra options for parec, sox and pacat.
+pipeline() {
+    rm -f "$dir/a" "$dir/b"
+    mkfifo "$dir/a" "$dir/b"
+    parec --format=float32le --rate=48000 --channels=1 $1 >"$dir/a" &
+    rec=$!
+    sox -q $2 -t raw -r 48000 -e float -b 32 -c 1 "$dir/a" -t raw - pitch 650 >"$dir/b" &
+    fx=$!
+    pacat --format=float32le --rate=48000 --channels=1 $3 <"$dir/b" &
+    play=$!
+    share "$PARLOVA_PULSE_PID" "$rec" "$fx" "$play"
+    kill "$rec" "$fx" "$play" 2>/dev/null || true
+    wait "$rec" "$fx" "$play" 2>/dev/null || true
+}
+# As users run it (the tools' own buffering, seconds of it), and with the
+# buffers live mode uses (10 ms capture blocks, 20 ms queued for the output).
+sox_share=$(pipeline "" "" "")
+tight_share=$(pipeline "--latency-msec=10" "--buffer 480" "--latency-msec=20")
 
-echo "live \"$voice\" $*: $app_share % of one core (server + app)"
-echo "parec | sox pitch 650 | pacat: $sox_share % of one core (server + pipeline)"
-echo "$app_share $sox_share" | awk '{printf "ratio: %.2f\n", $1 / $2}'
+set -- $app_share $sox_share $tight_share
+echo "live \"$voice\": $1 % of one core (server $2 %, the rest the app)"
+echo "parec | sox pitch 650 | pacat: $3 % of one core (server $4 %, the rest the pipeline)"
+echo "the same with live mode's buffer sizes: $5 % of one core (server $6 %)"
+echo "$1 $3 $5" | awk '{printf "ratio: %.2f (against the pipeline at live mode'"'"'s buffer sizes: %.2f)\n", $1 / $2, $1 / $3}'
