@@ -68,6 +68,7 @@ public:
 
     const LiveRoute& route() const { return route_; }
     VoiceStage& stage() { return *stage_; }
+    const VoiceStage& stage() const { return *stage_; }
     std::shared_ptr<VoiceChain> chain() const { return stage_->chain(); }
     // The dry microphone as it is recorded: mono at the route's rate.
     AudioFormat recordingFormat() const { return {kSampleRate, 1}; }

@@ -220,3 +220,26 @@ TEST_F(LiveModePulse, AFrozenServerNeverBlocksTheMainThread) {
     EXPECT_TRUE(waitUntil([&] { return engine.liveGraph() != nullptr; }, 5000)) << engine.errorMessage().toStdString();
     engine.toggleLive();
 }
+
+TEST_F(LiveModePulse, LowDelayRebuildsTheRouteShorterAndIsRemembered) {
+    auto engine = std::make_unique<VoiceEngine>(settings.get(), &AudioBackend::system(), BackendJobs::shared());
+    engine->set(steadyVoice(650));
+    MicFeed feed(sawtoothFile(dir.path().toStdString(), 12));
+    engine->toggleLive();
+    ASSERT_TRUE(waitUntil([&] { return engine->liveGraph() != nullptr; }, 3000)) << engine->errorMessage().toStdString();
+    const double normalStage = engine->liveGraph()->stage().latencySeconds();
+
+    engine->setLowDelay(true);
+    ASSERT_TRUE(waitUntil(
+        [&] { return engine->liveGraph() != nullptr && engine->liveGraph()->stage().latencySeconds() < normalStage; },
+        3000))
+        << engine->errorMessage().toStdString();
+    // The shorter block still lands the voice on its pitch.
+    SourceRecorder shifted("speakers.monitor", file("low.wav"));
+    pump(3000);
+    EXPECT_NEAR(testaudio::cents(measuredHz(shifted.stop()), 218.35), 0.0, 5.0);
+    engine->toggleLive();
+
+    engine = std::make_unique<VoiceEngine>(settings.get(), &AudioBackend::system(), BackendJobs::shared());
+    EXPECT_TRUE(engine->lowDelay());
+}
