@@ -315,8 +315,8 @@ CommandRegistration liveCommand({
     "live runs per session: beside another (the window's or a second 'live') it is\n"
     "refused, naming the one that runs.\n",
     withMicOptions({kLiveVoice, kClone, kLatency, kSet,
-     {"--low-delay", "", "with --voice: a shorter delay (about half), for hearing yourself in\n"
-                         "headphones; low voices sound a little rougher"},
+     {"--low-delay", "", "with --voice: a shorter delay (a shorter shifter block and microphone\n"
+                         "buffering), for hearing yourself in headphones"},
      {"--call", "", "call mode: play into \"Parlova Mic\" and make it the system microphone,\n"
                     "so call apps hear the voice (install it first: 'parlova-cli mic install')"},
      {"--hear-myself", "", "in call mode, also play the voice on the output device (refused on\n"

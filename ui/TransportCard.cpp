@@ -65,7 +65,7 @@ TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, Virt
     // An effect voice's delay: the standard one, or a shorter shifter block
     // and smaller buffers for hearing oneself in headphones.
     effectDelay_ = new QComboBox(this);
-    effectDelay_->setToolTip("Low: hear yourself sooner, for headphones; Normal: the fullest sound on low voices");
+    effectDelay_->setToolTip("Low: hear yourself sooner, for monitoring in headphones");
     effectDelay_->setAccessibleName("Delay of the voice");
     effectDelay_->addItem("Delay: Normal", false);
     effectDelay_->addItem("Delay: Low", true);
