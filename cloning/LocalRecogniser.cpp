@@ -109,7 +109,7 @@ std::optional<QString> LocalRecogniser::recognise(const QString& path) {
     if (!samples || samples->empty()) return std::nullopt;
     Decoder decoder;
     if (!decoder.decoder || ps_start_utt(decoder.decoder) < 0) return std::nullopt;
-    ps_process_raw(decoder.decoder, samples->data(), samples->size(), FALSE, TRUE);
+    ps_process_raw(decoder.decoder, samples->data(), samples->size(), 0, 1);
     ps_end_utt(decoder.decoder);
     int32 score = 0;
     const char* hypothesis = ps_get_hyp(decoder.decoder, &score);
