@@ -25,7 +25,7 @@ int main(int argc, char** argv) {
     QCoreApplication::setOrganizationName("Parlova");
     QCoreApplication::setApplicationName("Parlova");
     QCoreApplication::setApplicationVersion(PARLOVA_VERSION);
-    QGuiApplication::setDesktopFileName("parlova");
+    QGuiApplication::setDesktopFileName(QStringLiteral(PARLOVA_APP_ID));
 
     QCommandLineParser parser;
     parser.setApplicationDescription("Parlova: speak in another voice, live or in a call.");
