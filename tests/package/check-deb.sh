@@ -61,15 +61,15 @@ desktop-file-validate "$desktop" && pass "desktop-file-validate" || fail "deskto
 bash -c "source '$usr/share/bash-completion/completions/parlova-cli' && complete -p parlova-cli" >/dev/null ||
     fail "the bash completion registers nothing for parlova-cli"
 
-# The unpacked programs run from elsewhere, with a fresh home and no sound
-# server, the build folder off their path.
+# The unpacked programs run from elsewhere, with a fresh home, no sound
+# server, no display and the build folder off their path.
 home="$scratch/home"
 work="$scratch/work"
 mkdir -p "$home" "$work" "$scratch/runtime"
 chmod 700 "$scratch/runtime"
 run() {
     (cd "$work" && env -i PATH=/usr/bin:/bin HOME="$home" XDG_RUNTIME_DIR="$scratch/runtime" \
-        QT_QPA_PLATFORM=offscreen PARLOVA_NO_REALTIME=1 "$@")
+        PARLOVA_NO_REALTIME=1 "$@")
 }
 traced=()
 if strace -f -o /dev/null true 2>/dev/null; then
