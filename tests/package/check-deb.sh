@@ -8,7 +8,6 @@
 set -euo pipefail
 
 repo="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
-build="$(cd "$repo/${PARLOVA_BUILD_DIR:-build}" && pwd)"
 scratch="$(mktemp -d)"
 trap 'rm -rf "$scratch"' EXIT
 failures=0
@@ -16,6 +15,7 @@ fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
 pass() { echo "ok: $*"; }
 
 deb="$(PARLOVA_PACKAGE_DIR="$scratch/out" sh "$repo/scripts/package")"
+build="$(cd "$repo" && cd "${PARLOVA_BUILD_DIR:-build}" && pwd)"
 version="$(dpkg-deb -f "$deb" Version)"
 arch="$(dpkg --print-architecture)"
 [ "$(basename "$deb")" = "parlova_${version}_${arch}.deb" ] && pass "named $(basename "$deb")" ||
@@ -79,8 +79,10 @@ else
     echo "note: strace cannot trace here; files read from the trees are not checked"
 fi
 traced_run() {
-    run "${traced[@]}" "$@"
+    local status=0
+    run "${traced[@]}" "$@" || status=$?
     [ ${#traced[@]} -eq 0 ] || cat "$scratch/trace" >>"$scratch/files"
+    return $status
 }
 
 [ "$(run "$usr/bin/parlova-cli" --version)" = "parlova-cli $version" ] && pass "parlova-cli --version" ||
