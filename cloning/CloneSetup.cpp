@@ -15,11 +15,16 @@ namespace parlova {
 
 namespace {
 
-// Left out of the copy and of the key: the environment, caches and anything
-// hidden (a development tree's .venv, .pytest_cache).
+// What the lab needs of the worker's folder: the project, its lock and the
+// program. A development tree's environment, caches and test runner, and an
+// installed copy's lack of them, make no difference to the copy or the key.
 bool isWorkerFile(const QString& relativePath) {
-    for (const QString& part : relativePath.split('/'))
-        if (part.startsWith('.') || part == "__pycache__" || part.endsWith(".pyc")) return false;
+    static const QStringList kTopLevel{"pyproject.toml", "uv.lock", "README.md", "clone_worker.py", "parlova_worker"};
+    const QStringList parts = relativePath.split('/');
+    if (!kTopLevel.contains(parts.first())) return false;
+    for (const QString& part : parts)
+        if (part.startsWith('.') || part == "__pycache__" || part.endsWith(".pyc") || part.endsWith(".egg-info"))
+            return false;
     return true;
 }
 
