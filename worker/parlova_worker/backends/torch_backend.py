@@ -31,7 +31,14 @@ from .base import Backend, LiveConverter, join_with_pauses, split_text
 
 TURBO_REPO = "ResembleAI/chatterbox-turbo"
 TURBO_FILES = ["*.safetensors", "*.json", "*.txt", "*.pt", "*.model"]
+# What ChatterboxTurboTTS.from_local reads unconditionally.
+TURBO_REQUIRED = ["ve.safetensors", "t3_turbo_v1.safetensors", "s3gen_meanflow.safetensors"]
 QWEN_REPO = "Qwen/Qwen3-TTS-12Hz-1.7B-Base"
+# What Qwen3TTSModel.from_pretrained reads: the model, its generation defaults,
+# and the speech tokenizer in its own folder.
+QWEN_REQUIRED = ["config.json", "generation_config.json", ("*.safetensors", "*.bin"),
+                 "speech_tokenizer/config.json", "speech_tokenizer/preprocessor_config.json",
+                 ("speech_tokenizer/*.safetensors", "speech_tokenizer/*.bin")]
 
 _TOKENIZER_RATE = 16000
 _DECODER_RATE = 24000
@@ -102,7 +109,7 @@ class TorchBackend(Backend):
                 from chatterbox.tts_turbo import ChatterboxTurboTTS
             except ImportError as e:
                 raise _missing_runtime("Chatterbox Turbo", e) from None
-            path = hub.fetch(TURBO_REPO, "Chatterbox Turbo", self.status, TURBO_FILES)
+            path = hub.fetch(TURBO_REPO, "Chatterbox Turbo", self.status, TURBO_FILES, TURBO_REQUIRED)
             self.status(f"Loading Chatterbox Turbo on {self._where()}…")
             self._turbo = ChatterboxTurboTTS.from_local(path, self.device())
         return self._turbo
@@ -114,7 +121,7 @@ class TorchBackend(Backend):
                 from qwen_tts import Qwen3TTSModel
             except ImportError as e:
                 raise _missing_runtime("Best match (Qwen3-TTS)", e) from None
-            path = hub.fetch(QWEN_REPO, "Best match (Qwen3-TTS)", self.status)
+            path = hub.fetch(QWEN_REPO, "Best match (Qwen3-TTS)", self.status, required=QWEN_REQUIRED)
             self.status(f"Loading Best match (Qwen3-TTS) on {self._where()}…")
             if self.device() == "cuda":
                 options = {"device_map": "cuda:0", "dtype": torch.bfloat16}
