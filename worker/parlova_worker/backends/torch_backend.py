@@ -183,7 +183,8 @@ class TorchBackend(Backend):
         parts = []
         rate = _DECODER_RATE
         for piece in split_text(text, max_chars=600):
-            wavs, rate = tts.generate_voice_clone(text=piece, voice_clone_prompt=voice)
+            wavs, rate = tts.generate_voice_clone(text=piece, voice_clone_prompt=voice,
+                                                  max_new_tokens=_qwen_most_codes(tts, piece))
             parts.append(np.asarray(wavs[0], dtype=np.float32))
         return join_with_pauses(parts, int(rate)), int(rate)
 
@@ -254,6 +255,23 @@ class _LiveDecoder(LiveConverter):
             out = self.backend._respeak(self.voice, speech, pad_front=True)
         out = audio.resample(out, _DECODER_RATE, self.sample_rate)
         return out[len(out) - tail:] if len(out) >= tail else out
+
+
+def _qwen_most_codes(tts, text: str) -> int:
+    """How many speech codes a take of `text` may run to.
+
+    A take ends when the model emits its end code; when that never comes, the
+    model's own limit (2048 codes, nearly three minutes) would be spoken, taking
+    many minutes on a CPU. Speech runs at about 15 characters a second; a take may
+    last 3 s plus one second per 5 characters, three times slower than that."""
+    try:
+        tokenizer = tts.model.speech_tokenizer
+        codes_per_second = tokenizer.get_output_sample_rate() / tokenizer.get_decode_upsample_rate()
+    except Exception:
+        codes_per_second = 12.5
+    wanted = int(np.ceil(codes_per_second * (3.0 + len(text) / 5.0)))
+    configured = (getattr(tts, "generate_defaults", None) or {}).get("max_new_tokens", 2048)
+    return max(1, min(int(configured), wanted))
 
 
 def _fit_to(x: np.ndarray, length: int) -> np.ndarray:
