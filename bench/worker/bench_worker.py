@@ -20,7 +20,9 @@ Quality (--only quality), for when real weights are present (--backend torch):
 - word error rate of takes against their text, and of converted clips against the
   words of their source, from the worker's own "transcribe" request (Whisper
   through faster-whisper; the test extra's tiny.en model unless
-  PARLOVA_WHISPER_MODEL names another).
+  PARLOVA_WHISPER_MODEL names another). On audio it cannot make out, Whisper
+  falls back to sampling, so such figures (the test backend's conversions, noise
+  from random weights) vary from run to run; clear speech gives the same each time.
 
 resemblyzer and its own torch live in a separate environment that this script
 creates on first use (with uv when on the PATH or named by $UV, else venv and
