@@ -13,19 +13,32 @@
 #include <QCommandLineParser>
 
 #include <cstdio>
-#include <cstring>
+#include <string_view>
+
+namespace {
+
+// A screenshot, the version and the help need no display, so they work from a
+// terminal without a desktop too.
+bool needsNoDisplay(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        if (arg == "--screenshot" || arg.starts_with("--screenshot=") || arg == "--version" || arg == "-v" ||
+            arg == "--help" || arg == "-h" || arg == "--help-all")
+            return true;
+    }
+    return false;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
-    // A screenshot needs no display: render offscreen.
-    for (int i = 1; i < argc; ++i)
-        if (std::strcmp(argv[i], "--screenshot") == 0 || std::strncmp(argv[i], "--screenshot=", 13) == 0)
-            qputenv("QT_QPA_PLATFORM", "offscreen");
+    if (needsNoDisplay(argc, argv)) qputenv("QT_QPA_PLATFORM", "offscreen");
 
     QApplication app(argc, argv);
     QCoreApplication::setOrganizationName("Parlova");
     QCoreApplication::setApplicationName("Parlova");
     QCoreApplication::setApplicationVersion(PARLOVA_VERSION);
-    QGuiApplication::setDesktopFileName("parlova");
+    QGuiApplication::setDesktopFileName(QStringLiteral(PARLOVA_APP_ID));
 
     QCommandLineParser parser;
     parser.setApplicationDescription("Parlova: speak in another voice, live or in a call.");

@@ -105,7 +105,7 @@ int addSample(CloneLibrary& library, const ClonedVoice& voice, const QString& fi
         VoiceCloner cloner;
         const Transcriber transcriber(&cloner);
         if (!transcriber.isAvailable()) {
-            say("No transcript yet: set up voice cloning to have samples transcribed, or give --transcript.");
+            say("No transcript yet: install pocketsphinx-en-us or set up voice cloning to have samples transcribed, or give --transcript.");
             return 0;
         }
         say("Transcribing\xE2\x80\xA6");

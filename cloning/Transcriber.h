@@ -1,12 +1,13 @@
 #pragma once
-// Transcripts for new samples, made on this machine. The recogniser is the
-// clone worker's (Whisper, with punctuation) once cloning is set up; before
-// that there is no transcript. A sample read from a script gets the script's
-// own sentences when the recognised words match them well, so the best model
+// Transcripts for new samples, made on this machine. Once cloning is set up
+// the clone worker's recogniser (Whisper, with punctuation) hears them; before
+// that, or when the worker fails, the local recogniser does (PocketSphinx, in
+// a thread of its own). A sample read from a script gets the script's own
+// sentences when the recognised words match them well, so the best model
 // hears the exact, punctuated words that were read.
 //
 // Never fails: anything that goes wrong gives no transcript, and the sample
-// is kept with an empty one.
+// is kept with an empty one. Main thread; `done` comes back on it.
 #include <QStringList>
 
 #include <functional>
@@ -32,6 +33,8 @@ public:
     static std::optional<QString> snapToScript(const QString& recognised, const QStringList& script);
 
 private:
+    static void transcribeLocally(const QString& path, const QStringList& script, Done done);
+
     VoiceCloner* cloner_;
 };
 

@@ -2,7 +2,6 @@
 
 #include "cloning/CloneSetup.h"
 #include "cloning/Generation.h"
-#include "cloning/LabSource.h"
 #include "devices/LegacyMigration.h"
 
 #include <QDir>
@@ -16,8 +15,11 @@ VoiceCloner::VoiceCloner(Options options, QObject* parent)
     : QObject(parent),
       options_(std::move(options)),
       supportDirectory_(options_.supportDirectory.isEmpty() ? LegacyMigration::supportDirectory()
-                                                            : options_.supportDirectory) {
+                                                            : options_.supportDirectory),
+      labKey_(SetupPlan::forSupportDirectory(supportDirectory_, options_.environment).key) {
     state_ = isInstalled() ? State::ready : State::notInstalled;
+    if (state_ == State::notInstalled && options_.interpreter.isEmpty() && !readyKey(labDirectory()).isEmpty())
+        status_ = QStringLiteral("Parlova was updated. Set up voice cloning again to bring its speech runtime up to date.");
 }
 
 VoiceCloner::~VoiceCloner() {
@@ -36,17 +38,17 @@ QString VoiceCloner::interpreter() const {
 
 QString VoiceCloner::workerScriptPath() const {
     if (!options_.workerScript.isEmpty()) return QFileInfo::exists(options_.workerScript) ? options_.workerScript : QString();
-    // The lab's own copy matches the runtime it was set up with; a
-    // development build falls back to its source folder.
-    for (const QString& candidate : {QDir(labDirectory()).filePath("worker/clone_worker.py"),
-                                     QStringLiteral(PARLOVA_BUILT_FROM "/worker/clone_worker.py")})
-        if (QFileInfo::exists(candidate)) return candidate;
-    return {};
+    // The lab's own copy matches the runtime it was set up with.
+    const QString inLab = QDir(labDirectory()).filePath("worker/clone_worker.py");
+    return QFileInfo::exists(inLab) ? inLab : QString();
 }
 
 bool VoiceCloner::isInstalled() const {
     const QFileInfo python(interpreter());
-    return python.exists() && python.isExecutable();
+    if (!python.exists() || !python.isExecutable()) return false;
+    // An interpreter given by the caller is taken as it is; the lab's counts
+    // once a setup of these very files has finished in it.
+    return !options_.interpreter.isEmpty() || readyKey(labDirectory()) == labKey_;
 }
 
 void VoiceCloner::setState(State state) {

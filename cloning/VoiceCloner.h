@@ -163,6 +163,7 @@ private:
 
     QProcess* setup_ = nullptr;
     QString setupLastLine_;
+    QString labKey_;  // what the lab's ready mark must say for it to be current
 };
 
 }  // namespace parlova

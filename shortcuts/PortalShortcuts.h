@@ -17,7 +17,7 @@ namespace parlova {
 class PortalShortcuts : public QObject {
     Q_OBJECT
 public:
-    static constexpr const char* kAppId = "org.parlova.Parlova";
+    static constexpr const char* kAppId = PARLOVA_APP_ID;
 
     explicit PortalShortcuts(const QDBusConnection& bus, QObject* parent = nullptr);
 

@@ -5,7 +5,7 @@
 
 namespace parlova::ui {
 
-// The entry's path: $XDG_CONFIG_HOME/autostart/parlova.desktop.
+// The entry's path: $XDG_CONFIG_HOME/autostart/<app ID>.desktop.
 QString autostartEntryPath();
 bool autostartEnabled();
 // Writes or removes the entry; returns an error sentence, or empty on success.

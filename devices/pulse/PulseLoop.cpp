@@ -10,7 +10,7 @@ PulseLoop::PulseLoop(const char* clientName) {
     }
     pa_proplist* props = pa_proplist_new();
     pa_proplist_sets(props, PA_PROP_APPLICATION_NAME, "Parlova");
-    pa_proplist_sets(props, PA_PROP_APPLICATION_ID, "org.parlova.Parlova");
+    pa_proplist_sets(props, PA_PROP_APPLICATION_ID, PARLOVA_APP_ID);
     pa_proplist_sets(props, PA_PROP_APPLICATION_ICON_NAME, "audio-input-microphone");
     context_ = pa_context_new_with_proplist(pa_threaded_mainloop_get_api(loop_), clientName, props);
     pa_proplist_free(props);

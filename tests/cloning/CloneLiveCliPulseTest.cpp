@@ -2,6 +2,7 @@
 // with the real worker's test voice: one live command for every voice, with
 // the same options and exit codes, that says when it talks and ends on time.
 #include "cli/CliProcess.h"
+#include "cloning/CloneSetup.h"
 #include "cloning/CloneWorkerSupport.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
@@ -37,6 +38,10 @@ protected:
         const QString lab = home.filePath("data/Parlova/voice-lab");
         ASSERT_TRUE(QDir().mkpath(lab));
         ASSERT_TRUE(QFile::link(clonetest::workerFolder(), lab + "/worker"));
+        QFile ready(lab + "/.ready");
+        ASSERT_TRUE(ready.open(QIODevice::WriteOnly));
+        ready.write(SetupPlan::forSupportDirectory(home.filePath("data/Parlova"), env).key.toUtf8());
+        ready.close();
         QSettings settings(home.filePath("config/Parlova/Parlova.conf"), QSettings::NativeFormat);
         CloneLibrary library(home.filePath("data/Parlova/ClonedVoices"), &settings);
         ASSERT_FALSE(clonetest::spokenVoice(library, "Reader", 6, home.path()).isNull());

@@ -1,8 +1,10 @@
 #include "cloning/CloneWorkerSupport.h"
+#include "cloning/LocalRecogniser.h"
 #include "cloning/ReadingScripts.h"
 #include "cloning/Transcriber.h"
 #include "support/TestAudio.h"
 
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -42,7 +44,6 @@ TEST(TranscriberTest, ReadScriptComesBackWordForWordThroughTheWorker) {
     QTemporaryDir dir;
     VoiceCloner cloner(clonetest::testWorkerOptions(dir.path()));
     Transcriber transcriber(&cloner);
-    EXPECT_FALSE(Transcriber(nullptr).isAvailable());
 
     const QStringList script{kLate, kRainbow};
     const QString reading = dir.filePath("reading.wav");
@@ -56,4 +57,79 @@ TEST(TranscriberTest, ReadScriptComesBackWordForWordThroughTheWorker) {
     ASSERT_TRUE(clonetest::waitFor([&] { return results.size() == 2; }));
     EXPECT_EQ(results[0], script.join(' '));
     EXPECT_EQ(results[1], std::nullopt);  // silence: no transcript rather than an empty one
+}
+
+namespace {
+
+const QString kLibrivox = QStringLiteral("/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-");
+
+// Share of the reference's words that the recogniser heard (as a bag of words).
+double wordsHeard(const QString& heard, const QString& reference) {
+    QStringList left = ReadingScripts::normalised(heard).split(' ', Qt::SkipEmptyParts);
+    const QStringList wanted = ReadingScripts::normalised(reference).split(' ', Qt::SkipEmptyParts);
+    int found = 0;
+    for (const QString& w : wanted)
+        if (left.removeOne(w)) ++found;
+    return wanted.isEmpty() ? 0.0 : double(found) / double(wanted.size());
+}
+
+}  // namespace
+
+// Before cloning is set up, the local recogniser hears real recorded speech
+// and synthetic readings of the practice sentences; a reading snaps to the
+// script's exact, punctuated words, anything else comes back as heard.
+TEST(TranscriberTest, LocalRecogniserTranscribesBeforeSetup) {
+    if (!LocalRecogniser::isAvailable()) GTEST_SKIP() << "PocketSphinx is missing (libpocketsphinx-dev, pocketsphinx-en-us)";
+    if (!QFileInfo::exists(kLibrivox + "0880.wav")) GTEST_SKIP() << "recorded speech is missing (pocketsphinx-testdata)";
+    if (!testaudio::haveTool("flite")) GTEST_SKIP() << "flite is missing";
+    QTemporaryDir dir;
+    VoiceClonerOptions options;
+    options.supportDirectory = dir.path();
+    VoiceCloner cloner(options);
+    ASSERT_FALSE(cloner.isInstalled());
+    const Transcriber transcriber(&cloner);
+    ASSERT_TRUE(transcriber.isAvailable());
+
+    const QString illDisposed = "He was not an ill-disposed young man.";
+    const QString dashwood = "And Mister John Dashwood had then leisure to consider how much there might be "
+                             "prudently in his power to do for them.";
+    // A reading of the practice sentences by flite's voice, which the
+    // recogniser hears about as well as a person.
+    const QString readAloud = dir.filePath("practice.wav");
+    const QStringList practice{kRainbow, ReadingScripts::sentences()[12]};  // "Let's order pizza tonight. ..."
+    ASSERT_EQ(testaudio::runQuiet("flite -t " + testaudio::shellQuote(practice.join(' ').toStdString()) + " -o " +
+                                  testaudio::shellQuote(readAloud.toStdString())),
+              0);
+    const QString silence = dir.filePath("silence.wav");
+    testaudio::writeWav(silence.toStdString(), testaudio::spread(std::vector<float>(48000, 0.0f), 48000), 16);
+
+    struct Case {
+        QString file;
+        QStringList script;
+        std::optional<QString> exactly;  // the snapped transcript, when one is due
+        QString spoken;                  // else: what was said, to be mostly heard
+    } cases[] = {
+        {kLibrivox + "0880.wav", {kLate, illDisposed}, illDisposed, {}},
+        {readAloud, practice, practice.join(' '), {}},
+        {kLibrivox + "0870.wav", {}, std::nullopt, dashwood},
+        {kLibrivox + "0870.wav", {kLate, kRainbow}, std::nullopt, dashwood},  // read something else
+        {silence, {}, std::nullopt, {}},
+    };
+    std::vector<std::optional<QString>> results;
+    for (const auto& c : cases)
+        transcriber.transcribe(c.file, c.script, [&](const std::optional<QString>& text) { results.push_back(text); });
+    ASSERT_TRUE(clonetest::waitFor([&] { return results.size() == std::size(cases); }));
+    for (size_t i = 0; i < results.size(); ++i) {
+        const Case& c = cases[i];
+        SCOPED_TRACE(c.file.toStdString());
+        if (c.exactly) {
+            EXPECT_EQ(results[i], c.exactly);
+        } else if (c.spoken.isEmpty()) {
+            EXPECT_EQ(results[i], std::nullopt);
+        } else {
+            ASSERT_TRUE(results[i].has_value());
+            EXPECT_GE(wordsHeard(*results[i], c.spoken), 0.6) << results[i]->toStdString();
+            EXPECT_TRUE(results[i]->at(0).isUpper() && results[i]->endsWith('.')) << results[i]->toStdString();
+        }
+    }
 }

@@ -18,6 +18,8 @@ from .errors import RequestError
 from .hub import Status
 
 RATE = 16000  # Whisper listens at 16 kHz
+# What faster-whisper loads from a converted model's folder.
+WHISPER_REQUIRED = ["model.bin", "config.json"]
 
 
 def _is_silent(audio: np.ndarray) -> bool:
@@ -69,7 +71,7 @@ class FasterWhisper(Recogniser):
             path = name
         else:
             repo = name if "/" in name else f"Systran/faster-whisper-{name}"
-            path = hub.fetch(repo, f"the speech recogniser {name}", self._status)
+            path = hub.fetch(repo, f"the speech recogniser {name}", self._status, required=WHISPER_REQUIRED)
         cuda = False
         try:
             cuda = ctranslate2.get_cuda_device_count() > 0

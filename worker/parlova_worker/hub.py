@@ -9,6 +9,7 @@ second.
 from __future__ import annotations
 
 import fnmatch
+import json
 import threading
 from pathlib import Path
 from typing import Callable
@@ -18,14 +19,60 @@ from .errors import RequestError
 Status = Callable[[str], None]
 
 
-def cached_snapshot(repo_id: str, allow_patterns: list[str] | None = None) -> str | None:
-    """The local folder of the model if it is complete in the cache, else None."""
+def _matches(relative: str, pattern: str) -> bool:
+    # A pattern without a folder names files at the top of the model only.
+    if "/" not in pattern and "/" in relative:
+        return False
+    return fnmatch.fnmatch(relative, pattern)
+
+
+def missing_files(folder: str | Path, required: list[str | tuple[str, ...]]) -> list[str]:
+    """What `folder` lacks of the files a model loads.
+
+    Each requirement is a file name or pattern, or a tuple of alternatives; a file
+    counts only when it can be read (a link whose blob is gone does not). Sharded
+    weights count only when every shard named by their index is there."""
+    root = Path(folder)
+    present = []
+    for path in root.rglob("*"):
+        try:
+            if path.is_file():
+                present.append(path.relative_to(root).as_posix())
+        except OSError:
+            pass
+    missing = []
+    for requirement in required:
+        options = (requirement,) if isinstance(requirement, str) else requirement
+        if not any(_matches(name, pattern) for name in present for pattern in options):
+            missing.append(" or ".join(options))
+    for name in present:
+        if name.endswith(".index.json"):
+            try:
+                shards = set(json.loads((root / name).read_text()).get("weight_map", {}).values())
+            except (OSError, ValueError, AttributeError):
+                missing.append(name)
+                continue
+            base = Path(name).parent
+            missing += [str(base / s) for s in sorted(shards) if not (root / base / s).is_file()]
+    return missing
+
+
+def cached_snapshot(repo_id: str, allow_patterns: list[str] | None = None,
+                    required: list[str | tuple[str, ...]] | None = None) -> str | None:
+    """The local folder of the model if it is complete in the cache, else None.
+
+    The model cache makes a model's folder as soon as its first file has arrived,
+    so a download that was cut short leaves a folder without the rest; such a
+    folder counts as not downloaded, and the download then fills in what is missing."""
     try:
         from huggingface_hub import snapshot_download
 
-        return snapshot_download(repo_id, allow_patterns=allow_patterns, local_files_only=True)
+        local = snapshot_download(repo_id, allow_patterns=allow_patterns, local_files_only=True)
     except Exception:
         return None
+    if required and missing_files(local, required):
+        return None
+    return local
 
 
 def _cache_folder(repo_id: str) -> Path:
@@ -68,9 +115,13 @@ def _gigabytes(n: int) -> str:
     return f"{n / 1e9:.1f} GB" if n >= 1e8 else f"{n / 1e6:.0f} MB"
 
 
-def fetch(repo_id: str, label: str, status: Status, allow_patterns: list[str] | None = None) -> str:
-    """Returns the model's local folder, downloading it first when needed."""
-    local = cached_snapshot(repo_id, allow_patterns)
+def fetch(repo_id: str, label: str, status: Status, allow_patterns: list[str] | None = None,
+          required: list[str | tuple[str, ...]] | None = None) -> str:
+    """Returns the model's local folder, downloading it first when needed.
+
+    `required` names the files the model's library loads (see `missing_files`);
+    a cached folder without them is downloaded again (only what is missing)."""
+    local = cached_snapshot(repo_id, allow_patterns, required)
     if local is not None:
         return local
     try:
@@ -110,5 +161,12 @@ def fetch(repo_id: str, label: str, status: Status, allow_patterns: list[str] | 
     finally:
         done.set()
         watcher.join(timeout=2.0)
+    if required:
+        missing = missing_files(local, required)
+        if missing:
+            raise RequestError(
+                f"{label} isn't completely downloaded ({', '.join(missing[:3])} missing). It is needed once; "
+                "check the internet connection and try again."
+            )
     status(f"Downloaded {label}.")
     return local

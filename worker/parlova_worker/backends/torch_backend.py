@@ -31,7 +31,14 @@ from .base import Backend, LiveConverter, join_with_pauses, split_text
 
 TURBO_REPO = "ResembleAI/chatterbox-turbo"
 TURBO_FILES = ["*.safetensors", "*.json", "*.txt", "*.pt", "*.model"]
+# What ChatterboxTurboTTS.from_local reads unconditionally.
+TURBO_REQUIRED = ["ve.safetensors", "t3_turbo_v1.safetensors", "s3gen_meanflow.safetensors"]
 QWEN_REPO = "Qwen/Qwen3-TTS-12Hz-1.7B-Base"
+# What Qwen3TTSModel.from_pretrained reads: the model, its generation defaults,
+# and the speech tokenizer in its own folder.
+QWEN_REQUIRED = ["config.json", "generation_config.json", ("*.safetensors", "*.bin"),
+                 "speech_tokenizer/config.json", "speech_tokenizer/preprocessor_config.json",
+                 ("speech_tokenizer/*.safetensors", "speech_tokenizer/*.bin")]
 
 _TOKENIZER_RATE = 16000
 _DECODER_RATE = 24000
@@ -102,7 +109,7 @@ class TorchBackend(Backend):
                 from chatterbox.tts_turbo import ChatterboxTurboTTS
             except ImportError as e:
                 raise _missing_runtime("Chatterbox Turbo", e) from None
-            path = hub.fetch(TURBO_REPO, "Chatterbox Turbo", self.status, TURBO_FILES)
+            path = hub.fetch(TURBO_REPO, "Chatterbox Turbo", self.status, TURBO_FILES, TURBO_REQUIRED)
             self.status(f"Loading Chatterbox Turbo on {self._where()}…")
             self._turbo = ChatterboxTurboTTS.from_local(path, self.device())
         return self._turbo
@@ -114,7 +121,7 @@ class TorchBackend(Backend):
                 from qwen_tts import Qwen3TTSModel
             except ImportError as e:
                 raise _missing_runtime("Best match (Qwen3-TTS)", e) from None
-            path = hub.fetch(QWEN_REPO, "Best match (Qwen3-TTS)", self.status)
+            path = hub.fetch(QWEN_REPO, "Best match (Qwen3-TTS)", self.status, required=QWEN_REQUIRED)
             self.status(f"Loading Best match (Qwen3-TTS) on {self._where()}…")
             if self.device() == "cuda":
                 options = {"device_map": "cuda:0", "dtype": torch.bfloat16}
@@ -176,7 +183,8 @@ class TorchBackend(Backend):
         parts = []
         rate = _DECODER_RATE
         for piece in split_text(text, max_chars=600):
-            wavs, rate = tts.generate_voice_clone(text=piece, voice_clone_prompt=voice)
+            wavs, rate = tts.generate_voice_clone(text=piece, voice_clone_prompt=voice,
+                                                  max_new_tokens=_qwen_most_codes(tts, piece))
             parts.append(np.asarray(wavs[0], dtype=np.float32))
         return join_with_pauses(parts, int(rate)), int(rate)
 
@@ -247,6 +255,23 @@ class _LiveDecoder(LiveConverter):
             out = self.backend._respeak(self.voice, speech, pad_front=True)
         out = audio.resample(out, _DECODER_RATE, self.sample_rate)
         return out[len(out) - tail:] if len(out) >= tail else out
+
+
+def _qwen_most_codes(tts, text: str) -> int:
+    """How many speech codes a take of `text` may run to.
+
+    A take ends when the model emits its end code; when that never comes, the
+    model's own limit (2048 codes, nearly three minutes) would be spoken, taking
+    many minutes on a CPU. Speech runs at about 15 characters a second; a take may
+    last 3 s plus one second per 5 characters, three times slower than that."""
+    try:
+        tokenizer = tts.model.speech_tokenizer
+        codes_per_second = tokenizer.get_output_sample_rate() / tokenizer.get_decode_upsample_rate()
+    except Exception:
+        codes_per_second = 12.5
+    wanted = int(np.ceil(codes_per_second * (3.0 + len(text) / 5.0)))
+    configured = (getattr(tts, "generate_defaults", None) or {}).get("max_new_tokens", 2048)
+    return max(1, min(int(configured), wanted))
 
 
 def _fit_to(x: np.ndarray, length: int) -> np.ndarray:
