@@ -2,6 +2,7 @@
 #include "cloning/LocalRecogniser.h"
 #include "cloning/ReadingScripts.h"
 #include "cloning/Transcriber.h"
+#include "support/RealSpeech.h"
 #include "support/TestAudio.h"
 
 #include <QFileInfo>
@@ -61,7 +62,7 @@ TEST(TranscriberTest, ReadScriptComesBackWordForWordThroughTheWorker) {
 
 namespace {
 
-const QString kLibrivox = QStringLiteral("/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-");
+const QString kLibrivox = QString::fromStdString(testaudio::speechRecording("librivox")) + "/sense_and_sensibility_01_austen_64kb-";
 
 // Share of the reference's words that the recogniser heard (as a bag of words).
 double wordsHeard(const QString& heard, const QString& reference) {

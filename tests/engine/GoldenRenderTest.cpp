@@ -2,7 +2,7 @@
 // figures: the level every 20 ms and the pitch every 50 ms. The tolerances let
 // through the last-bit differences of another compiler or CPU but not a change
 // of sound. PARLOVA_REGENERATE_GOLDEN=1 rewrites the stored figures.
-#include "SpeechRecordings.h"
+#include "support/RealSpeech.h"
 #include "engine/OfflineRenderer.h"
 #include "support/TestAudio.h"
 

@@ -2,7 +2,7 @@
 // real audio: pitch, level, and edits made while it runs.
 #include "engine/ActiveChains.h"
 #include "media/RateConverter.h"
-#include "SpeechRecordings.h"
+#include "support/RealSpeech.h"
 #include "engine/VoiceChain.h"
 #include "engine/VoiceStage.h"
 #include "engine/VoiceEngine.h"

@@ -1,5 +1,5 @@
 #pragma once
-// Real recorded speech for the DSP tests, from Debian packages: a low male
+// Real recorded speech for the tests, from Debian packages: a low male
 // talker (about 100 Hz, pocketsphinx-testdata) and a female talker (about
 // 200 Hz, codec2-examples), both recorded at 16 kHz, resampled with sox to
 // the rate asked for. No channels when the package or sox is missing.
@@ -10,14 +10,20 @@
 
 namespace parlova::testaudio {
 
+// The path of a recording under pocketsphinx-testdata's data folder, "" when absent.
+inline std::string speechRecording(const std::string& name = "cards/002.wav") {
+    const std::string path = "/usr/share/pocketsphinx/test/data/" + name;
+    return std::filesystem::exists(path) ? path : std::string();
+}
+
 enum class Talker { lowMale, female };
 
 inline const char* talkerName(Talker talker) { return talker == Talker::lowMale ? "male ~100 Hz" : "female ~200 Hz"; }
 
 inline Audio realSpeech(Talker talker, double sampleRate = 48000) {
-    const std::string path = talker == Talker::lowMale ? "/usr/share/pocketsphinx/test/data/cards/005.wav"
-                                                       : "/usr/share/codec2/raw/speech_orig_16k.wav";
-    if (!std::filesystem::exists(path) || !haveTool("sox")) return {};
+    const std::string path = talker == Talker::lowMale ? speechRecording("cards/005.wav")
+                                                       : std::string("/usr/share/codec2/raw/speech_orig_16k.wav");
+    if (path.empty() || !std::filesystem::exists(path) || !haveTool("sox")) return {};
     TempFolder dir;
     const std::string resampled = dir.file("speech.wav");
     // The female recording runs for ten seconds; its first four are plenty.
