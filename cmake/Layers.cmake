@@ -2,7 +2,7 @@
 # library parlova_NAME from the folder NAME, linked to the one below it, and
 # compiled against build/layers/NAME: links to NAME and every folder below,
 # the only folders its includes can reach.
-set(PARLOVA_LAYERS common voices dsp media devices cloning engine shortcuts control)
+set(PARLOVA_LAYERS common voices dsp media devices cloning engine board shortcuts control)
 set(PARLOVA_LAYER_BELOW "")
 
 function(parlova_layer name type)

@@ -19,6 +19,7 @@
 #include "engine/LiveOwner.h"
 #include "engine/LiveSession.h"
 #include "engine/Modulator.h"
+#include "engine/SoundBuffer.h"
 #include "cloning/CloneLatency.h"
 #include "cloning/ClonedVoice.h"
 #include "engine/TalkControl.h"
@@ -197,6 +198,18 @@ public:
     bool isStreamStarting() const;
     const CloneRoute* cloneRoute() const { return cloneRoute_.get(); }
 
+    // Board sounds. While live runs they are mixed into the live output after
+    // the voice stage (and into the monitor while "Hear myself" is on), the
+    // live voice lowered by `duckDb` while any plays; otherwise they play on
+    // the output device. Sounds play side by side; each stops at its end.
+    struct SoundLevels {
+        double levelDb = 0;
+        double duckDb = 0;  // 0: the live voice keeps its level
+    };
+    void playSound(std::shared_ptr<const SoundBuffer> sound, SoundLevels levels);
+    void stopSounds();
+    bool soundsPlaying() const;
+
 signals:
     void cloneChanged();
     void cloneLatencyChanged();
@@ -225,6 +238,8 @@ signals:
     void liveDelayKnownChanged();
     // Live in a cloned voice: the first converted speech reaches the output.
     void cloneSpeechFlowing();
+    // A board sound started, or the last one ended or was stopped.
+    void soundsPlayingChanged();
 
 private:
     void startLive();
