@@ -19,6 +19,8 @@
 
 namespace parlova {
 
+class BoardStore;
+class Soundboard;
 class VoiceEngine;
 class VoiceSelection;
 
@@ -39,6 +41,11 @@ public:
 
     // A sentence on which global-shortcut mechanism is active, for the status.
     void setShortcutHint(std::function<QString()> hint) { shortcutHint_ = std::move(hint); }
+    // The soundboard the "board" and "say" words act on (none: they are refused).
+    void setBoard(BoardStore* store, Soundboard* board) {
+        boardStore_ = store;
+        board_ = board;
+    }
     // Takes a second launch's start options (the desktop app only).
     using OpenHandler = std::function<ControlReply(const QJsonObject& options)>;
     void setOpenHandler(OpenHandler handler) { openHandler_ = std::move(handler); }
@@ -61,6 +68,8 @@ private:
     VoiceSelection& selection_;
     std::function<QString()> shortcutHint_;
     OpenHandler openHandler_;
+    BoardStore* boardStore_ = nullptr;
+    Soundboard* board_ = nullptr;
 };
 
 }  // namespace parlova

@@ -23,6 +23,9 @@ public:
     // (the shortcuts are looked for either way).
     bool start(QString* error, const QString& path = controlSocketPath());
 
+    // The soundboard the commands and the board's shortcuts play (both outlive this).
+    void setBoard(BoardStore* store, Soundboard* board) { commands_.setBoard(store, board); }
+
     ControlCommands& commands() { return commands_; }
     GlobalShortcuts& shortcuts() { return shortcuts_; }
     QString shortcutHint() const { return shortcuts_.hint(); }
