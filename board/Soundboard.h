@@ -15,7 +15,9 @@
 
 #include <QHash>
 #include <QObject>
+#include <QSet>
 #include <QString>
+#include <QThreadPool>
 #include <QUuid>
 
 #include <memory>
@@ -61,6 +63,9 @@ public:
     // What the board does now, a short line for the window ("Speaking…", "").
     QString status() const { return status_; }
 
+    // The sentence a voice preview says.
+    static QString previewSentence() { return QStringLiteral("Hello! This is how I sound in this voice."); }
+
 signals:
     void playingChanged();
     void statusChanged();
@@ -68,13 +73,41 @@ signals:
     void failed(const QString& message);
 
 private:
+    struct Levels {
+        double levelDb = 0;
+        double duckDb = 0;
+    };
+    void decodeClips();
+    void sayWithEspeak(const QString& text, const Voice& voice, Levels levels, bool preview);
+    void sayWithClone(const QString& text, const QUuid& cloneID, Levels levels);
+    // Renders `source` through `voice` off the main thread, then plays it (and
+    // deletes `source` when `owned`).
+    void renderAndPlay(const QString& source, bool owned, const Voice& voice, Levels levels, bool preview);
+    void decodeAndPlay(const QString& path, Levels levels);
+    void playSound(std::shared_ptr<const SoundBuffer> sound, Levels levels, bool preview);
+    void beginMaking(const QString& status);
+    void endMaking();
+    void setStatus(const QString& status);
+    std::optional<Voice> effectVoice(const QUuid& id) const;
+
     BoardStore& store_;
     VoiceEngine& engine_;
     VoiceStore& voices_;
     CloneLibrary* library_;
-    QHash<QUuid, std::shared_ptr<const SoundBuffer>> sounds_;
+    // Decoded clips by entry id, and the path each came from.
+    struct Decoded {
+        QString path;
+        std::shared_ptr<const SoundBuffer> sound;
+        QString error;  // set when the clip didn't decode
+    };
+    QHash<QUuid, Decoded> clips_;
+    QSet<QUuid> decoding_;
+    QSet<QUuid> playWhenDecoded_;
     int making_ = 0;
     QString status_;
+    // Work started before the last stop() is dropped when it comes back.
+    int generation_ = 0;
+    QThreadPool pool_;  // decoding and rendering, one job at a time
 };
 
 }  // namespace parlova

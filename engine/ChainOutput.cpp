@@ -6,8 +6,9 @@
 
 namespace parlova {
 
-ChainOutput::ChainOutput(VoiceStage& stage, TapRelay& meter, double sampleRate, MicBridge* monitor)
-    : stage_(stage), meter_(meter), monitor_(monitor),
+ChainOutput::ChainOutput(VoiceStage& stage, TapRelay& meter, double sampleRate, MicBridge* monitor,
+                         SoundMixer* sounds)
+    : stage_(stage), meter_(meter), monitor_(monitor), sounds_(sounds),
       left_(AudioBackend::kMaxSliceFrames), right_(AudioBackend::kMaxSliceFrames) {
     volume_.prepare(sampleRate, kVolumeRampSeconds);
 }
@@ -25,6 +26,7 @@ int32_t ChainOutput::pull(BufferList& out, int frames) noexcept {
     meter_.push(left_.data(), frames);
     volume_.setTarget(target_.load(std::memory_order_relaxed));
     volume_.apply(stereo.data, 2, frames);
+    if (sounds_ != nullptr) sounds_->mix(left_.data(), right_.data(), frames);
     for (int c = 0; c < out.count; ++c) {
         if (!out.data[c]) continue;
         std::copy_n(stereo.data[std::min(c, 1)], frames, out.data[c]);

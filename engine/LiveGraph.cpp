@@ -55,7 +55,8 @@ LiveGraph::LiveGraph(AudioBackend& backend, const LiveRoute& route, const VoiceS
     const double readAhead = std::max(0.0, stage_->readAheadSeconds() - buffering.micBlockSeconds);
     mic_->bridge().setCushion(static_cast<int>(std::lround((buffering.micCushionSeconds + readAhead) * kSampleRate)));
     if (route.monitor) monitorBridge_ = std::make_shared<MicBridge>(kSampleRate, buffering.monitorCushionSeconds);
-    renderer_ = std::make_unique<ChainOutput>(*stage_, *meterRelay_, kSampleRate, monitorBridge_.get());
+    sounds_ = std::make_unique<SoundMixer>(kSampleRate);
+    renderer_ = std::make_unique<ChainOutput>(*stage_, *meterRelay_, kSampleRate, monitorBridge_.get(), sounds_.get());
     freshStart_ = std::make_unique<FreshStart>(*renderer_, mic_->bridge());
     output_ = backend.openOutput(route.output, AudioFormat{kSampleRate, 2}, *freshStart_, buffering.outputBufferSeconds, faults);
     if (route.monitor)

@@ -75,6 +75,9 @@ public:
     AudioFormat recordingFormat() const { return {kSampleRate, 1}; }
     std::shared_ptr<MicBridge> micBridge() const { return mic_->sharedBridge(); }
     MicCapture& mic() { return *mic_; }
+    // The board sounds mixed into the output (and the monitor); the main
+    // thread is its owner thread.
+    SoundMixer& sounds() { return *sounds_; }
 
     // The delay from the microphone to the output as far as this process
     // knows it: both streams' reported latency, the bridge's fill, what the
@@ -93,6 +96,7 @@ private:
     std::unique_ptr<MicCapture> mic_;
     std::unique_ptr<VoiceStage> stage_;
     std::shared_ptr<MicBridge> monitorBridge_;
+    std::unique_ptr<SoundMixer> sounds_;
     std::unique_ptr<ChainOutput> renderer_;
     std::unique_ptr<AudioSource> freshStart_;
     std::unique_ptr<AudioStream> output_;

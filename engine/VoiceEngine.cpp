@@ -66,6 +66,8 @@ VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, BackendJobs
     pitchTimer_.setInterval(250);
     connect(&pitchTimer_, &QTimer::timeout, this, &VoiceEngine::publishDetectedPitch);
     pitchTimer_.start();
+    soundWatch_.setInterval(kSoundWatchMs);
+    connect(&soundWatch_, &QTimer::timeout, this, &VoiceEngine::watchSounds);
 }
 
 VoiceEngine::~VoiceEngine() {
@@ -73,6 +75,7 @@ VoiceEngine::~VoiceEngine() {
     if (isRecording_) clip_.finishRecording();
     tearDownLive();  // also gives the real microphone back
     releaseLiveClaim();
+    closeSoundPreview();
     // Let the server take the microphone back (bounded: it may not answer),
     // then apply what it answered.
     if (backend_ && jobs_.waitIdle(kShutdownWait)) QCoreApplication::sendPostedEvents(&call_, QEvent::MetaCall);

@@ -36,6 +36,7 @@
 namespace parlova {
 
 class CloneRoute;
+class SoundPreview;
 class VoiceCloner;
 
 class VoiceEngine : public QObject {
@@ -202,13 +203,14 @@ public:
     // the voice stage (and into the monitor while "Hear myself" is on), the
     // live voice lowered by `duckDb` while any plays; otherwise they play on
     // the output device. Sounds play side by side; each stops at its end.
+    // A preview always plays on the output device, never into the call.
     struct SoundLevels {
         double levelDb = 0;
         double duckDb = 0;  // 0: the live voice keeps its level
     };
-    void playSound(std::shared_ptr<const SoundBuffer> sound, SoundLevels levels);
+    void playSound(std::shared_ptr<const SoundBuffer> sound, SoundLevels levels, bool preview = false);
     void stopSounds();
-    bool soundsPlaying() const;
+    bool soundsPlaying() const { return soundsPlaying_; }
 
 signals:
     void cloneChanged();
@@ -240,6 +242,8 @@ signals:
     void cloneSpeechFlowing();
     // A board sound started, or the last one ended or was stopped.
     void soundsPlayingChanged();
+    // A sound couldn't be played: the sentence says why.
+    void soundFailed(const QString& message);
 
 private:
     void startLive();
@@ -272,6 +276,9 @@ private:
     void cloneBypassChanged();
     // Live output on: live mode is on and the talk mode lets the voice through.
     bool liveAudible() const { return isLive_ && talk_.isTalking(); }
+    void openSoundPreview();
+    void closeSoundPreview();
+    void watchSounds();
 
     QSettings* settings_;
     std::unique_ptr<QSettings> ownedSettings_;
@@ -312,6 +319,19 @@ private:
     std::unique_ptr<CloneRoute> cloneRoute_;
     TalkControl talk_;
     CleanMicSetting cleanMic_;
+
+    struct PendingSound {
+        std::shared_ptr<const SoundBuffer> sound;
+        float gain, duckGain;
+    };
+    std::shared_ptr<SoundPreview> preview_;
+    bool previewOpening_ = false;
+    std::vector<PendingSound> previewQueue_;  // played once the preview's stream runs
+    int previewIdleTicks_ = 0;
+    static constexpr int kSoundWatchMs = 100;
+    static constexpr int kPreviewIdleTicks = 30;  // the preview's stream closes after 3 s of silence
+    bool soundsPlaying_ = false;
+    QTimer soundWatch_;
 };
 
 }  // namespace parlova

@@ -1,0 +1,189 @@
+// Board sounds and typed speech as another app hears them: live in call mode
+// on the private server, "Parlova Mic" recorded by a second client.
+#include "board/BoardStore.h"
+#include "board/Soundboard.h"
+#include "cloning/CloneWorkerSupport.h"
+#include "engine/VoiceEngine.h"
+#include "support/PulseServer.h"
+#include "support/TestAudio.h"
+#include "voices/VoiceStore.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+
+using namespace parlova;
+using namespace parlova::testpulse;
+
+namespace {
+
+constexpr int kRate = 48000;
+constexpr size_t kWindow = kRate / 10;
+
+// The amplitude of one frequency in a Hann-windowed stretch.
+double toneAmplitude(const std::vector<float>& s, size_t from, double hz) {
+    double re = 0, im = 0, weights = 0;
+    for (size_t i = 0; i < kWindow && from + i < s.size(); ++i) {
+        const double w = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * double(i) / double(kWindow));
+        const double phase = 2 * std::numbers::pi * hz * double(i) / kRate;
+        re += w * s[from + i] * std::cos(phase);
+        im += w * s[from + i] * std::sin(phase);
+        weights += w;
+    }
+    return 2 * std::hypot(re, im) / weights;
+}
+
+std::shared_ptr<SoundBuffer> sineSound(double hz, double seconds, float amplitude) {
+    auto sound = std::make_shared<SoundBuffer>();
+    sound->left = testaudio::tone(hz, kRate, static_cast<size_t>(seconds * kRate), amplitude);
+    sound->right = sound->left;
+    return sound;
+}
+
+class SoundboardPulse : public ::testing::Test {
+protected:
+    QTemporaryDir dir;
+    std::unique_ptr<QSettings> settings;
+    int sink = -1, source = -1;
+    void SetUp() override {
+        PARLOVA_REQUIRE_PULSE();
+        settings = std::make_unique<QSettings>(dir.filePath("settings.ini"), QSettings::IniFormat);
+        auto* server = PrivateServer::get();
+        server->pactl("set-default-source fake_mic");
+        server->pactl("set-default-sink speakers");
+        sink = server->nullSink("parlova_mic", "Parlova Mic");
+        source = server->remapSource("parlova_mic", "parlova_mic_source", "Parlova Mic");
+        ASSERT_TRUE(waitUntil([] { return AudioDeviceList::virtualCableID().has_value(); }, 2000));
+    }
+    void TearDown() override {
+        if (auto* server = PrivateServer::get()) {
+            if (source >= 0) server->unloadModule(source);
+            if (sink >= 0) server->unloadModule(sink);
+        }
+    }
+    std::string file(const char* name) { return dir.filePath(name).toStdString(); }
+    void startCall(VoiceEngine& engine) {
+        engine.setCallMode(true);
+        engine.toggleLive();
+        ASSERT_TRUE(waitUntil([&] { return engine.liveGraph() != nullptr; }, 3000)) << engine.errorMessage().toStdString();
+    }
+};
+
+}  // namespace
+
+TEST_F(SoundboardPulse, AClipIsHeardInTheCallOverTheDuckedVoiceWhichComesBackAfterIt) {
+    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
+    engine.set(Voice::natural());
+    const std::string saw = file("saw.wav");
+    testaudio::writeWav(saw, {double(kRate), {testaudio::tone(150, kRate, 8 * kRate, 0.4f, testaudio::Wave::saw)}});
+    MicFeed feed(saw);
+    startCall(engine);
+
+    SourceRecorder app("parlova_mic_source", file("call.wav"));
+    pump(1500);
+    engine.playSound(sineSound(1000, 1.0, 0.4f), {-6.0, -12.0});
+    EXPECT_TRUE(engine.soundsPlaying());
+    pump(2500);
+    const std::vector<float> heard = app.stop();
+    EXPECT_TRUE(waitUntil([&] { return !engine.soundsPlaying(); }, 1000));
+    ASSERT_GT(heard.size(), size_t(3 * kRate));
+
+    // Windows where the clip is heard, and the voice in them and around them.
+    double clip = 0, voiceUnder = 0, voiceBefore = 0, voiceAfter = 0;
+    int clipWindows = 0;
+    for (size_t from = 0; from + kWindow <= heard.size(); from += kWindow) {
+        const double tone = toneAmplitude(heard, from, 1000), voice = toneAmplitude(heard, from, 150);
+        if (tone > 0.1) {
+            clip += tone, voiceUnder += voice, ++clipWindows;
+        } else if (clipWindows == 0 && from > kRate / 2) {
+            voiceBefore = voice;
+        } else if (clipWindows > 0) {
+            voiceAfter = voice;  // the last window wins: long after the clip
+        }
+    }
+    ASSERT_GE(clipWindows, 8);   // about a second of it
+    EXPECT_LE(clipWindows, 11);  // and not more
+    EXPECT_NEAR(testaudio::toDb(clip / clipWindows / 0.4), -6.0, 1.0);
+    EXPECT_NEAR(testaudio::toDb(voiceUnder / clipWindows / voiceBefore), -12.0, 1.5);
+    EXPECT_NEAR(testaudio::toDb(voiceAfter / voiceBefore), 0.0, 1.0);
+    engine.toggleLive();
+}
+
+TEST_F(SoundboardPulse, TypedSpeechReachesTheCallAndAPreviewPlaysOnTheSpeakersInstead) {
+    if (!testaudio::haveTool("espeak-ng")) GTEST_SKIP() << "espeak-ng is not installed";
+    QSettings::setDefaultFormat(QSettings::IniFormat);
+    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
+    VoiceStore voices(settings.get());
+    BoardStore store(dir.filePath("Board"));
+    Soundboard board(store, engine, voices, nullptr);
+    QStringList failures;
+    QObject::connect(&board, &Soundboard::failed, [&](const QString& message) { failures << message; });
+    startCall(engine);  // the microphone is silent: whatever the call hears is the board
+
+    SourceRecorder app("parlova_mic_source", file("call.wav"));
+    SourceRecorder speakers("speakers.monitor", file("speakers.wav"));
+    pump(300);
+    ASSERT_TRUE(board.say("Hello from the keyboard, everyone."));
+    EXPECT_FALSE(board.status().isEmpty());
+    ASSERT_TRUE(waitUntil([&] { return engine.soundsPlaying(); }, 5000)) << failures.join(' ').toStdString();
+    EXPECT_TRUE(board.status().isEmpty());
+    ASSERT_TRUE(waitUntil([&] { return !engine.soundsPlaying(); }, 8000));
+    const std::vector<float> call = app.stop(), heardOnSpeakers = speakers.stop();
+    EXPECT_GT(testaudio::toDb(testaudio::rms(call, testaudio::loudestStart(call, kRate / 2), kRate / 2)), -30.0);
+    EXPECT_GT(testaudio::fundamental(call, kRate, testaudio::loudestStart(call, kRate / 2), kRate / 2), 60.0);
+    // "Hear myself" is off: nothing of the call reaches the speakers.
+    EXPECT_LT(testaudio::toDb(testaudio::peak(heardOnSpeakers)), -50.0);
+
+    // A preview goes to the speakers, not into the call.
+    SourceRecorder app2("parlova_mic_source", file("call2.wav"));
+    SourceRecorder speakers2("speakers.monitor", file("speakers2.wav"));
+    board.previewVoice(Voice::builtIns().front());
+    ASSERT_TRUE(waitUntil([&] { return engine.soundsPlaying(); }, 5000)) << failures.join(' ').toStdString();
+    ASSERT_TRUE(waitUntil([&] { return !engine.soundsPlaying(); }, 8000));
+    EXPECT_LT(testaudio::toDb(testaudio::peak(app2.stop())), -50.0);
+    const auto previewed = speakers2.stop();
+    EXPECT_GT(testaudio::toDb(testaudio::rms(previewed, testaudio::loudestStart(previewed, kRate / 2), kRate / 2)), -30.0);
+    EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
+    engine.toggleLive();
+}
+
+TEST_F(SoundboardPulse, ACloneSaysTheTypedSentenceIntoTheCallAndAWorkerFailureIsASentence) {
+    if (const QString missing = clonetest::workerMissing(); !missing.isEmpty()) GTEST_SKIP() << missing.toStdString();
+    CloneLibrary library(dir.filePath("support/ClonedVoices"), settings.get());
+    const QUuid me = clonetest::spokenVoice(library, "Me", 6, dir.path());
+    ASSERT_FALSE(me.isNull());
+    VoiceCloner cloner(clonetest::testWorkerOptions(dir.filePath("support")));
+    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
+    engine.setCloner(&cloner);
+    VoiceStore voices(settings.get());
+    BoardStore store(dir.filePath("Board"));
+    Soundboard board(store, engine, voices, &library);
+    QStringList failures;
+    QObject::connect(&board, &Soundboard::failed, [&](const QString& message) { failures << message; });
+    startCall(engine);
+
+    SourceRecorder app("parlova_mic_source", file("call.wav"));
+    ASSERT_TRUE(board.say("I lost my voice, so my keyboard talks for me.", {{}, me}));
+    EXPECT_TRUE(board.status().contains("Me"));
+    ASSERT_TRUE(clonetest::waitFor([&] { return engine.soundsPlaying() || !failures.isEmpty(); }))
+        << failures.join(' ').toStdString();
+    ASSERT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
+    EXPECT_FALSE(cloner.takes().isEmpty());  // the take shows on the cloned voice's page too
+    ASSERT_TRUE(waitUntil([&] { return !engine.soundsPlaying(); }, 15000));
+    const std::vector<float> call = app.stop();
+    EXPECT_GT(testaudio::rms(call, testaudio::loudestStart(call, kRate / 2), kRate / 2), 0.01);
+
+    // The worker dies during the next sentence: a sentence, and the board plays on.
+    ASSERT_TRUE(board.say("This one never arrives.", {{}, me}));
+    ASSERT_TRUE(clonetest::waitFor([&] { return cloner.workerRunning(); }, 30000));
+    cloner.stopWorker();
+    ASSERT_TRUE(clonetest::waitFor([&] { return !failures.isEmpty(); }, 30000));
+    EXPECT_TRUE(failures.first().endsWith('.')) << failures.first().toStdString();
+    EXPECT_TRUE(board.status().isEmpty());
+    engine.playSound(sineSound(440, 0.3, 0.3f), {});
+    EXPECT_TRUE(engine.soundsPlaying());
+    engine.toggleLive();
+}
