@@ -77,6 +77,7 @@ void Soundboard::decodeClips() {
     }
     // Entries gone from the board give their sounds up (a sound playing keeps its own reference).
     for (auto it = clips_.begin(); it != clips_.end();) it = current.contains(it.key()) ? std::next(it) : clips_.erase(it);
+    for (auto it = voiced_.begin(); it != voiced_.end();) it = current.contains(it.key()) ? std::next(it) : voiced_.erase(it);
 }
 
 bool Soundboard::play(const QUuid& id) {
@@ -100,8 +101,14 @@ bool Soundboard::play(const QUuid& id) {
         emit failed(QStringLiteral("“%1” can't be played: %2").arg(entry->name, decoded->error));
         return false;
     }
-    if (entry->inMyVoice) renderAndPlay(decoded->path, false, engine_.effectiveVoice(), levels, false);
-    else playSound(decoded->sound, levels, false);
+    if (!entry->inMyVoice) {
+        playSound(decoded->sound, levels, false);
+        return true;
+    }
+    const Voice voice = engine_.effectiveVoice();
+    const auto voiced = voiced_.constFind(id);
+    if (voiced != voiced_.cend() && voiced->voice == voice) playSound(voiced->sound, levels, false);
+    else renderAndPlay(decoded->path, false, voice, levels, false, id);
     return true;
 }
 
@@ -223,11 +230,12 @@ void Soundboard::sayWithClone(const QString& text, const QUuid& cloneID, Levels 
                      });
 }
 
-void Soundboard::renderAndPlay(const QString& source, bool owned, const Voice& voice, Levels levels, bool preview) {
+void Soundboard::renderAndPlay(const QString& source, bool owned, const Voice& voice, Levels levels, bool preview,
+                               const QUuid& entry) {
     beginMaking(QStringLiteral("Getting the sound ready…"));
     const int generation = generation_;
     QPointer<Soundboard> self(this);
-    pool_.start([self, source, owned, voice, levels, preview, generation] {
+    pool_.start([self, source, owned, voice, levels, preview, generation, entry] {
         const QString rendered = workFile("voiced");
         std::shared_ptr<const SoundBuffer> sound;
         QString error;
@@ -239,10 +247,11 @@ void Soundboard::renderAndPlay(const QString& source, bool owned, const Voice& v
         }
         QFile::remove(rendered);
         if (owned) QFile::remove(source);
-        QMetaObject::invokeMethod(self, [self, sound, error, levels, preview, generation] {
+        QMetaObject::invokeMethod(self, [self, sound, error, levels, preview, generation, entry, voice] {
             if (!self || generation != self->generation_) return;
             self->endMaking();
             if (!sound) return emit self->failed("The sound couldn't be played: " + error);
+            if (!entry.isNull()) self->voiced_.insert(entry, {voice, sound});
             self->playSound(sound, levels, preview);
         }, Qt::QueuedConnection);
     });

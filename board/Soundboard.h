@@ -82,7 +82,9 @@ private:
     void sayWithClone(const QString& text, const QUuid& cloneID, Levels levels);
     // Renders `source` through `voice` off the main thread, then plays it (and
     // deletes `source` when `owned`).
-    void renderAndPlay(const QString& source, bool owned, const Voice& voice, Levels levels, bool preview);
+    // `entry`, when set, keeps the render for the next play in the same voice.
+    void renderAndPlay(const QString& source, bool owned, const Voice& voice, Levels levels, bool preview,
+                       const QUuid& entry = {});
     void decodeAndPlay(const QString& path, Levels levels);
     void playSound(std::shared_ptr<const SoundBuffer> sound, Levels levels, bool preview);
     void beginMaking(const QString& status);
@@ -101,6 +103,12 @@ private:
         QString error;  // set when the clip didn't decode
     };
     QHash<QUuid, Decoded> clips_;
+    // Clips played "in my voice": the last render of each, and the voice it was made with.
+    struct Voiced {
+        Voice voice;
+        std::shared_ptr<const SoundBuffer> sound;
+    };
+    QHash<QUuid, Voiced> voiced_;
     QSet<QUuid> decoding_;
     QSet<QUuid> playWhenDecoded_;
     int making_ = 0;
