@@ -49,9 +49,11 @@ public:
     BoardEntry addClip(const QString& sourcePath, const QString& name = {});
     // Appends a typed sentence said by an effect voice or a cloned voice
     // (null ids: the selected voice); its name defaults to the text's start.
+    // Throws VoiceEngineError, changing nothing, when the text is blank.
     BoardEntry addSpeech(const QString& text, const QUuid& voiceID = {}, const QUuid& cloneID = {},
                          const QString& name = {});
     // Replaces the entry with the same id (name, level, ducking, key, text...).
+    // Names are trimmed; a blank one keeps the entry's name.
     void update(const BoardEntry& entry);
     void rename(const QUuid& id, const QString& name);
     // Removes the entry and deletes its clip's copy.
@@ -68,12 +70,23 @@ signals:
 private:
     void load();
     void save();
+    // Saves and tells the views.
+    void changed();
+    // Watches the folder and the file; a rename that replaced the file drops its watch.
+    void watch();
+    // The folder or the file changed: reloads when the file holds something
+    // other than what this store last read or wrote.
+    void touched();
+    // `wanted` when another entry (not `except`) doesn't carry it already, else with " 2", " 3"...
+    QString uniqueName(const QString& wanted, const QUuid& except = {}) const;
 
     QString directory_;
     QString keptAside_;
     QString saveError_;
     QList<BoardEntry> entries_;
     QFileSystemWatcher watcher_;
+    QByteArray known_;      // the file's bytes as last read or written
+    bool mayWrite_ = true;  // false while an unreadable file couldn't be moved aside
 };
 
 }  // namespace parlova

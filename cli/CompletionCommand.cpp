@@ -1,6 +1,7 @@
 // parlova-cli completion bash|zsh|fish: shell completion scripts made from
 // the command table, so every command and option registered is completed.
-// Voice names come from the user's own list when the shell asks.
+// Voice names come from the user's own list when the shell asks, and the
+// names of the board's sounds from the board.
 #include "cli/Command.h"
 #include "cli/VoiceLookup.h"
 
@@ -40,6 +41,7 @@ std::set<std::string> valueOptions() {
 }
 
 bool namesVoice(const Command& c) { return !c.operands.empty() && (c.operands[0] == "NAME" || c.operands[0] == "[NAME]"); }
+bool namesSound(const Command& c) { return !c.operands.empty() && c.operands[0] == "ENTRY"; }
 
 std::string fieldWords() {
     std::string words;
@@ -55,6 +57,11 @@ std::string bash() {
          "_parlova_cli_voices() {\n"
          "    local IFS=$'\\n'\n"
          "    COMPREPLY=($(compgen -W \"$(parlova-cli voices --names 2>/dev/null)\" -- \"$1\"))\n"
+         "    COMPREPLY=(\"${COMPREPLY[@]// /\\\\ }\")\n"
+         "}\n"
+         "_parlova_cli_sounds() {\n"
+         "    local IFS=$'\\n'\n"
+         "    COMPREPLY=($(compgen -W \"$(parlova-cli board list --names 2>/dev/null)\" -- \"$1\"))\n"
          "    COMPREPLY=(\"${COMPREPLY[@]// /\\\\ }\")\n"
          "}\n"
          "_parlova_cli() {\n"
@@ -86,17 +93,19 @@ std::string bash() {
         if (name != "--voice" && name != "--set" && name != "--type") free += (free.empty() ? "" : "|") + name;
     if (!free.empty()) s << "    " << free << ") return;;\n";
     s << "    esac\n"
-      << "    local options=\"\" voice=\"\" fields=\"\"\n"
+      << "    local options=\"\" voice=\"\" sound=\"\" fields=\"\"\n"
       << "    case \"$key\" in\n";
     for (const auto& c : commands()) {
         s << "    \"" << c.name << "\") options=\"" << optionWords(c) << "\"";
         if (namesVoice(c)) s << "; voice=1";
+        if (namesSound(c)) s << "; sound=1";
         if (c.name == "voices set") s << "; fields=1";
         s << ";;\n";
     }
     s << "    esac\n"
       << "    if [[ $cur == -* ]]; then COMPREPLY=($(compgen -W \"$options\" -- \"$cur\")); return; fi\n"
       << "    if [ -n \"$voice\" ] && [ \"$COMP_CWORD\" -eq \"$first\" ]; then _parlova_cli_voices \"$cur\"; return; fi\n"
+      << "    if [ -n \"$sound\" ] && [ \"$COMP_CWORD\" -eq \"$first\" ]; then _parlova_cli_sounds \"$cur\"; return; fi\n"
       << "    if [ -n \"$fields\" ]; then compopt -o nospace; COMPREPLY=($(compgen -W \"" << fieldWords()
       << " name= emoji=\" -- \"$cur\")); return; fi\n"
       << "}\n"
@@ -128,7 +137,10 @@ std::string zshArguments(const Command& c) {
         line += "'";
     }
     if (namesVoice(c)) line += " '1:voice:_parlova_cli_voices'";
-    else if (c.name == "voices import" || c.name == "render" || c.name == "play" || c.name == "record") line += " '*:file:_files'";
+    else if (namesSound(c)) line += " '1:sound:_parlova_cli_sounds'";
+    else if (c.name == "voices import" || c.name == "render" || c.name == "play" || c.name == "record" ||
+             c.name == "board add")
+        line += " '*:file:_files'";
     if (c.name == "voices set") line += " '*:setting:(" + fieldWords() + " name= emoji=)'";
     return line;
 }
@@ -139,6 +151,11 @@ std::string zsh() {
       << "_parlova_cli_voices() {\n"
       << "    local -a names\n"
       << "    names=(${(f)\"$(parlova-cli voices --names 2>/dev/null)\"})\n"
+      << "    compadd -a names\n"
+      << "}\n"
+      << "_parlova_cli_sounds() {\n"
+      << "    local -a names\n"
+      << "    names=(${(f)\"$(parlova-cli board list --names 2>/dev/null)\"})\n"
       << "    compadd -a names\n"
       << "}\n"
       << "_parlova-cli() {\n"
@@ -208,7 +225,10 @@ std::string fish() {
             s << " -d " << fishQuote(o.help) << "\n";
         }
         if (namesVoice(c)) s << "complete -c parlova-cli -n " << condition << " -a '(parlova-cli voices --names 2>/dev/null)'\n";
-        if (c.name == "render" || c.name == "play" || c.name == "record" || c.name == "voices import")
+        if (namesSound(c))
+            s << "complete -c parlova-cli -n " << condition << " -a '(parlova-cli board list --names 2>/dev/null)'\n";
+        if (c.name == "render" || c.name == "play" || c.name == "record" || c.name == "voices import" ||
+            c.name == "board add")
             s << "complete -c parlova-cli -n " << condition << " -F\n";
         if (c.name == "voices set") s << "complete -c parlova-cli -n " << condition << " -a '" << fieldWords() << " name= emoji='\n";
     }

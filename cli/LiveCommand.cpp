@@ -8,6 +8,8 @@
 #include "cli/StdStreams.h"
 #include "cli/VoiceLookup.h"
 #include "cli/MicOptions.h"
+#include "board/BoardStore.h"
+#include "board/Soundboard.h"
 #include "cloning/CloneLibrary.h"
 #include "cloning/VoiceCloner.h"
 #include "control/HandsFree.h"
@@ -166,7 +168,15 @@ int live(const Arguments& args) {
         engine.setLiveStartBound(std::min(std::chrono::milliseconds(LiveSession::kDefaultStartBoundMs),
                                           std::chrono::milliseconds(static_cast<long>(seconds * 1000))));
     applyMicOptions(readMicOptions(args, true), engine, false);
+    // The soundboard plays through "control board" and "control say" and the
+    // board's shortcuts; it follows edits made by the window or "parlova-cli board".
+    BoardStore boardStore;
+    if (!boardStore.keptAsidePath().isEmpty())
+        report.status("The soundboard couldn't be read; the file was kept as " + boardStore.keptAsidePath() + ".");
+    Soundboard soundboard(boardStore, engine, store, clone ? &clone->library : library.get());
+    QObject::connect(&soundboard, &Soundboard::failed, [&report](const QString& why) { report.status(why); });
     HandsFree handsFree(engine, selection);
+    handsFree.setBoard(&boardStore, &soundboard);
     QObject::connect(&handsFree, &HandsFree::shortcutsChanged, [&handsFree, &args] {
         if (!args.quiet()) std::fprintf(stderr, "%s\n", handsFree.shortcutHint().toUtf8().constData());
     });
@@ -323,7 +333,8 @@ CommandRegistration liveCommand({
                            "speakers, which would echo into the call)"},
      kInput, kOutput, {"--seconds", "N", "stop after N seconds"}, jsonOption("each status event"), quietOption()},
      true),
-    "While live runs, 'parlova-cli control ...' drives it (push to talk, voices, bypass).\n"
+    "While live runs, 'parlova-cli control ...' drives it (push to talk, voices, bypass,\n"
+    "the soundboard's sounds and typed speech).\n"
     "With --json every event is one line on standard output: started (the voice and the\n"
     "devices), delay, waiting, error and stopped.\n",
     live});

@@ -6,7 +6,10 @@
 //
 // Words: ptt press|release|toggle, bypass on|off|toggle, voice next|prev|NAME
 // (effect voices and cloned voices alike),
-// live start|stop|toggle, status [--json], and for the desktop app "open" followed by
+// live start|stop|toggle, board play NAME|key N|stop (the soundboard's sounds,
+// by name or by the key they play on), say TEXT [--voice NAME | --clone NAME]
+// (typed speech into the call; the option follows the text and its name is
+// the rest of the line), status [--json], and for the desktop app "open" followed by
 // a JSON object of start options ({"voice": NAME, "call": true, "live": true,
 // "show": true}) that a second launch hands to the running one.
 //
@@ -14,8 +17,10 @@
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
+#include <QUuid>
 
 #include <functional>
+#include <optional>
 
 namespace parlova {
 
@@ -33,6 +38,17 @@ struct ControlReply {
     QByteArray toLine() const;
     // Reads a reply line; a damaged one becomes a failed reply that says so.
     static ControlReply fromLine(const QByteArray& line);
+};
+
+// "say TEXT [--voice NAME | --clone NAME]" taken apart: the text, then at most
+// one option whose name is the rest of the words.
+struct SayRequest {
+    QString text;
+    QString voice;  // an effect voice's name (or "Natural")
+    QString clone;  // a cloned voice's name
+
+    // Nothing, with the sentence in `error`, when the words don't fit.
+    static std::optional<SayRequest> parse(const QString& words, QString* error);
 };
 
 class ControlCommands {
@@ -62,6 +78,9 @@ private:
     ControlReply voice(const QString& which);
     ControlReply live(const QString& action);
     ControlReply open(const QString& options);
+    ControlReply board(const QStringList& words);
+    ControlReply play(const QUuid& id, const QString& name);
+    ControlReply say(const QString& words);
     QString statusText(const QJsonObject& status) const;
 
     VoiceEngine& engine_;

@@ -46,11 +46,19 @@ bool VoiceSelection::selectClone(const QUuid& id) {
 void VoiceSelection::selectEffect(const Voice& voice) { apply({Kind::effect, voice.id}, &voice); }
 
 bool VoiceSelection::selectNamed(const QString& name) {
-    if (auto voice = store_.find(name)) return selectVoice(voice->id);
-    if (name.compare(Voice::natural().name, Qt::CaseInsensitive) == 0) return selectVoice(Voice::natural().id);
-    if (library_)
-        if (auto clone = library_->find(name)) return selectClone(clone->id);
-    return false;
+    const auto choice = findNamed(name);
+    if (!choice) return false;
+    return choice->kind == Kind::clone ? selectClone(choice->id) : selectVoice(choice->id);
+}
+
+std::optional<VoiceSelection::Choice> VoiceSelection::findNamed(const QString& name, std::optional<Kind> kind) const {
+    if (kind != Kind::clone) {
+        if (auto voice = store_.find(name)) return Choice{Kind::effect, voice->id};
+        if (name.compare(Voice::natural().name, Qt::CaseInsensitive) == 0) return Choice{Kind::effect, Voice::natural().id};
+    }
+    if (library_ && kind != Kind::effect)
+        if (auto clone = library_->find(name)) return Choice{Kind::clone, clone->id};
+    return std::nullopt;
 }
 
 bool VoiceSelection::step(int direction) {

@@ -52,6 +52,8 @@ public:
     void selectEffect(const Voice& voice);
     // By name, case-insensitively: effect voices, then "Natural", then cloned voices.
     bool selectNamed(const QString& name);
+    // The voice selectNamed would select, of `kind` only when given; nothing when none has the name.
+    std::optional<Choice> findNamed(const QString& name, std::optional<Kind> kind = std::nullopt) const;
     // The next (+1) or previous (-1) voice in the order the window lists them,
     // effect voices first and then the cloned voices that can speak (with
     // samples, cloning set up), wrapping around; false when there is nothing

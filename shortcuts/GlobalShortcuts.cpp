@@ -129,6 +129,16 @@ void GlobalShortcuts::drive(CommandRunner run, TalkControl& talk) {
         case ShortcutAction::nextVoice: run({"voice", "next"}); break;
         case ShortcutAction::previousVoice: run({"voice", "prev"}); break;
         case ShortcutAction::toggleLive: run({"live", "toggle"}); break;
+        case ShortcutAction::boardSound1:
+        case ShortcutAction::boardSound2:
+        case ShortcutAction::boardSound3:
+        case ShortcutAction::boardSound4:
+        case ShortcutAction::boardSound5:
+        case ShortcutAction::boardSound6:
+        case ShortcutAction::boardSound7:
+        case ShortcutAction::boardSound8:
+        case ShortcutAction::boardSound9: run({"board", "key", QString::number(boardSlot(action))}); break;
+        case ShortcutAction::stopBoard: run({"board", "stop"}); break;
         }
     });
 }
