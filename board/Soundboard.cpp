@@ -133,12 +133,8 @@ bool Soundboard::say(const QString& text, const Speaker& speaker) {
         sayWithClone(words, speaker.cloneID, levels);
         return true;
     }
-    if (!speaker.voiceID.isNull()) {
-        const auto voice = effectVoice(speaker.voiceID);
-        if (!voice) {
-            emit failed(QStringLiteral("The voice for that sentence no longer exists."));
-            return false;
-        }
+    // An effect voice deleted since the sentence was added gives way to the selected voice.
+    if (const auto voice = speaker.voiceID.isNull() ? std::nullopt : effectVoice(speaker.voiceID)) {
         sayWithEspeak(words, *voice, levels, false);
         return true;
     }

@@ -13,7 +13,7 @@ namespace parlova {
 struct SoundBuffer {
     std::vector<float> left, right;
     int frames() const { return static_cast<int>(left.size()); }
-    double seconds() const { return left.size() / kChainSampleRate; }
+    double seconds() const { return static_cast<double>(left.size()) / kChainSampleRate; }
 };
 
 // Decodes an audio file to the chain's rate; a mono file plays on both
