@@ -4,6 +4,7 @@
 #include "board/Soundboard.h"
 #include "cloning/CloneWorkerSupport.h"
 #include "engine/VoiceEngine.h"
+#include "support/Dropouts.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
 #include "voices/VoiceStore.h"
@@ -186,4 +187,55 @@ TEST_F(SoundboardPulse, ACloneSaysTheTypedSentenceIntoTheCallAndAWorkerFailureIs
     engine.playSound(sineSound(440, 0.3, 0.3f), {});
     EXPECT_TRUE(engine.soundsPlaying());
     engine.toggleLive();
+}
+
+TEST_F(SoundboardPulse, RapidPlaysLeaveTheVoiceUnbrokenStopWithLiveAndPreviewWithoutIt) {
+    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
+    engine.set(Voice::natural());
+    VoiceStore voices(settings.get());
+    BoardStore store(dir.filePath("Board"));
+    const std::string clip = file("beep.wav");
+    testaudio::writeWav(clip, {double(kRate), {testaudio::tone(1200, kRate, kRate * 3 / 10, 0.2f)}});
+    // Quiet and without ducking, so that the voice's level is what the break count sees.
+    BoardEntry entry = store.addClip(QString::fromStdString(clip));
+    entry.levelDb = -20;
+    entry.duckDb = 0;
+    store.update(entry);
+    const QUuid beep = entry.id;
+    Soundboard board(store, engine, voices, nullptr);
+    QStringList failures;
+    QObject::connect(&board, &Soundboard::failed, [&](const QString& message) { failures << message; });
+    const std::string tone = file("tone.wav");
+    testaudio::writeWav(tone, {double(kRate), {testaudio::tone(440, kRate, 10 * kRate, 0.4f)}});
+    MicFeed feed(tone);
+    startCall(engine);
+
+    SourceRecorder app("parlova_mic_source", file("call.wav"));
+    pump(500);
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_TRUE(board.play(beep));
+        pump(20);
+    }
+    pump(800);
+    const std::vector<float> heard = app.stop();
+    EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
+    EXPECT_EQ(analysis::countDropouts(heard, kRate), 0);
+    EXPECT_GT(toneAmplitude(heard, kRate, 1200), 0.01);
+    ASSERT_TRUE(waitUntil([&] { return !engine.soundsPlaying(); }, 2000));
+
+    // Live stopping takes the sound playing with it.
+    board.play(beep);
+    EXPECT_TRUE(engine.soundsPlaying());
+    engine.toggleLive();
+    EXPECT_TRUE(waitUntil([&] { return !engine.soundsPlaying(); }, 1000));
+
+    // Without live the clip is a preview on the speakers.
+    SourceRecorder speakers("speakers.monitor", file("speakers.wav"));
+    pump(200);
+    ASSERT_TRUE(board.play(beep));
+    pump(800);
+    const std::vector<float> previewed = speakers.stop();
+    EXPECT_NEAR(testaudio::toDb(toneAmplitude(previewed, testaudio::loudestStart(previewed, kWindow), 1200) / 0.2),
+                -20.0, 1.0);  // at the entry's level
+    EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
 }
