@@ -184,7 +184,10 @@ ControlReply ControlCommands::board(const QStringList& words) {
         if (const auto entry = boardStore_->find(rest)) return play(entry->id, entry->name);
         if (boardStore_->entries().isEmpty())
             return refused(QStringLiteral("There is no sound named %1: the board is empty.").arg(quoted(rest)));
-        return refused(QStringLiteral("There is no sound named %1 on the board.").arg(quoted(rest)));
+        QStringList names;
+        for (const BoardEntry& entry : boardStore_->entries()) names << quoted(entry.name);
+        return refused(QStringLiteral("There is no sound named %1 on the board. It has %2.")
+                           .arg(quoted(rest), names.join(QStringLiteral(", "))));
     }
     if (action == QLatin1String("key") && !rest.isEmpty()) {
         for (const BoardEntry& entry : boardStore_->entries())

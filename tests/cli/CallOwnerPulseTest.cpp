@@ -214,3 +214,26 @@ TEST_F(CallOwnerPulse, AStartAgainstAFrozenServerGivesUpWithASentence) {
     }
     ::kill(pid, SIGCONT);
 }
+
+TEST_F(CallOwnerPulse, TheBoardPlaysIntoTheCallOfTheOwnerWhileItsVoiceIsMuted) {
+    env.insert("XDG_DATA_HOME", dir.filePath("data"));
+    env.insert("XDG_CACHE_HOME", dir.filePath("cache"));
+    const QString beep = dir.filePath("beep.wav");
+    testaudio::writeWav(beep.toStdString(), {double(kRate), {testaudio::tone(1200, kRate, kRate, 0.3f)}});
+    ASSERT_EQ(cli({"board", "add", beep, "--name", "Beep"}).code, 0);
+    QProcess& live = start(PARLOVA_CLI_PATH, {"live", "--voice", "Natural", "--call", "--talk", "push-to-talk"});
+    ASSERT_TRUE(waitLive(live));
+    ASSERT_LT(heardDb(dir, 500), -70.0);  // push to talk is up: the voice is muted
+
+    SourceRecorder app("parlova_mic_source", dir.filePath("board.wav").toStdString());
+    const Result played = cli({"control", "board", "play", "beep"});
+    EXPECT_EQ(played.code, 0) << played.err.toStdString();
+    pump(1300);
+    const auto heard = app.stop();
+    EXPECT_GT(testaudio::fundamental(heard, kRate, testaudio::loudestStart(heard, kRate / 2), kRate / 2), 1150.0);
+    EXPECT_GT(testaudio::toDb(testaudio::rms(heard, testaudio::loudestStart(heard, kRate / 2), kRate / 2)), -20.0);
+
+    const Result unknown = cli({"control", "board", "play", "Nope"});
+    EXPECT_EQ(unknown.code, 1);
+    EXPECT_TRUE(unknown.err.contains("Beep")) << unknown.err.toStdString();  // names what is on the board
+}
