@@ -224,7 +224,7 @@ protected:
 
 class BurstPlayer : public ProbeStream {
 public:
-    enum class Mode { Bursts, Sawtooth, Tone };
+    enum class Mode { Bursts, Sawtooth, Tone, Silence };
 
     explicit BurstPlayer(pulse::PulseLoop& loop) : ProbeStream(loop) {}
     ~BurstPlayer() { disconnect(); }
@@ -257,6 +257,7 @@ private:
             return static_cast<float>(0.3 * (2 * std::fmod(n * 150.0 / kRate, 1.0) - 1));
         if (mode_.load(std::memory_order_relaxed) == Mode::Tone)
             return static_cast<float>(0.3 * std::sin(2 * std::numbers::pi * 440.0 * n / kRate));
+        if (mode_.load(std::memory_order_relaxed) == Mode::Silence) return 0;
         const auto length = static_cast<int64_t>(kBurstLength * kRate), ramp = static_cast<int64_t>(kBurstRamp * kRate);
         const int64_t k = n % static_cast<int64_t>(kBurstPeriod * kRate);
         if (k >= length) return 0;
@@ -491,6 +492,7 @@ void report(const char* what, const std::vector<double>& ms, int bursts) {
 struct Options {
     double seconds = 10;
     double dropoutSeconds = 0;  // only the dropout count, for this long
+    double boardSeconds = 0;    // only the board's sounds, for this long
     bool stalls = false;        // the delay readout against the measured delay around stalls
     bool lowDelay = false;      // the engine's low-delay setting
 };
@@ -534,6 +536,60 @@ int measureDropouts(pulse::PulseLoop& loop, BurstPlayer& player, double seconds,
                 describe(watch.grant()), stalls.size(), kMachineStallMs, static_cast<long>(longer), kOutputQueuedMs,
                 watch.longestMs());
     return analysis::countDropouts(heard, kRate);
+}
+
+// A burst as a board sound: the probe's burst, made once.
+std::shared_ptr<const SoundBuffer> burstSound(float level) {
+    auto sound = std::make_shared<SoundBuffer>();
+    const auto length = static_cast<int>(kBurstLength * kRate), ramp = static_cast<int>(kBurstRamp * kRate);
+    for (int k = 0; k < length; ++k) {
+        double gain = 1;
+        if (k < ramp) gain = 0.5 - 0.5 * std::cos(std::numbers::pi * k / ramp);
+        if (k >= length - ramp) gain = 0.5 - 0.5 * std::cos(std::numbers::pi * (length - k) / ramp);
+        sound->left.push_back(static_cast<float>(level * gain * std::sin(2 * std::numbers::pi * kBurstHz * k / kRate)));
+    }
+    sound->right = sound->left;
+    return sound;
+}
+
+// Board sounds in the call: the time from asking the engine to play a sound
+// to its onset on "Parlova Mic" (on the recorder's capture clock), then the
+// breaks in the live voice while quiet sounds play over it again and again.
+int measureBoard(VoiceEngine& engine, pulse::PulseLoop& loop, BurstPlayer& player, double seconds) {
+    player.setMode(BurstPlayer::Mode::Silence);
+    StampedRecorder call(loop, VirtualMic::kSourceName, seconds + 2);
+    if (!call.connect()) return 1;
+    pump(500);
+    const auto burst = burstSound(kBurstLevel);
+    std::vector<double> asked;
+    for (double waited = 0; waited < seconds; waited += kBurstPeriod) {
+        asked.push_back(static_cast<double>(pa_rtclock_now()) / 1e6);
+        engine.playSound(burst, {});
+        pump(static_cast<int>(kBurstPeriod * 1000));
+    }
+    Timeline heard;
+    call.snapshot(&heard.x, &heard.stamps);
+    call.disconnect();
+    std::vector<double> ms;
+    for (int64_t start : burstStarts(heard.x, 0.1f)) {
+        const double at = heard.timeOf(onsetFrame(heard.x, start));
+        const auto before = std::upper_bound(asked.begin(), asked.end(), at);
+        if (before != asked.begin()) ms.push_back((at - *std::prev(before)) * 1000);
+    }
+    std::printf("\nBoard sound asked for -> heard on \"Parlova Mic\":\n");
+    report("onset (25% of burst peak):", ms, static_cast<int>(asked.size()));
+
+    const auto quiet = burstSound(0.03f);
+    QTimer again;
+    QObject::connect(&again, &QTimer::timeout, [&] { engine.playSound(quiet, {}); });
+    again.start(100);
+    int micDropouts = 0;
+    const int dropouts = measureDropouts(loop, player, seconds, &micDropouts);
+    again.stop();
+    std::printf("Dropouts heard on \"Parlova Mic\" over %.0f s with a board sound every 0.1 s over the voice: %d"
+                " (in the microphone itself: %d)\n",
+                seconds, dropouts, micDropouts);
+    return ms.empty() || dropouts != 0 ? 1 : 0;
 }
 
 double liveCpuPercent(VoiceEngine& engine, double seconds, const char* serverPid, double* serverPercent,
@@ -653,6 +709,13 @@ int runProbe(const Options& options) {
             return 1;
         }
         std::printf("Audio thread: %s.\n", describe(engine.realtimeGrant()));
+        if (options.boardSeconds > 0) {
+            status = measureBoard(engine, *loop, player, options.boardSeconds);
+            engine.toggleLive();
+            pump(200);
+            player.disconnect();
+            return status;
+        }
         if (options.dropoutSeconds > 0) {
             int micDropouts = 0;
             const auto bridge = engine.liveGraph()->micBridge();
@@ -787,18 +850,20 @@ int main(int argc, char** argv) {
     }
     if (argc == 3 && std::string(argv[1]) == "--seconds") options.seconds = std::atof(argv[2]);
     else if (argc == 3 && std::string(argv[1]) == "--dropouts") options.dropoutSeconds = std::atof(argv[2]);
+    else if (argc == 3 && std::string(argv[1]) == "--board") options.seconds = options.boardSeconds = std::atof(argv[2]);
     else if (argc == 3 && std::string(argv[1]) == "--stalls") options.seconds = std::atof(argv[2]), options.stalls = true;
     else if (argc != 1) options.seconds = 0;
     if (options.seconds < 2) {
         std::fprintf(stderr,
-                     "Usage: parlova_latency_probe [--low-delay] [--seconds N | --dropouts N | --stalls N]\n"
+                     "Usage: parlova_latency_probe [--low-delay] [--seconds N | --dropouts N | --stalls N | --board N]\n"
                      "Measures the delay live mode adds between the microphone and \"Parlova Mic\" with the\n"
                      "Natural voice on a private sound server, then live mode's CPU and the dropouts a\n"
                      "caller hears, each for N seconds (default 10, at least 2). With --dropouts, only\n"
                      "the dropouts, for N seconds. With --stalls, the delay the engine shows against the\n"
                      "measured delay, in windows of N seconds before and after the sound server and the\n"
-                     "probe itself stop for a second. --low-delay runs everything with the low-delay\n"
-                     "setting.\n");
+                     "probe itself stop for a second. With --board, the time from asking for a board sound\n"
+                     "to hearing it, then the dropouts while board sounds play over the voice. --low-delay\n"
+                     "runs everything with the low-delay setting.\n");
         return 2;
     }
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
