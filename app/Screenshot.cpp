@@ -10,8 +10,8 @@ namespace parlova {
 
 int takeScreenshot(const QString& file, const QString& selectName, const QString& page) {
     QTextStream err(stderr);
-    if (!page.isEmpty() && page != "voice" && page != "clone" && page != "calls") {
-        err << "Unknown page \u201c" << page << "\u201d: use voice, clone or calls.\n";
+    if (!page.isEmpty() && page != "voice" && page != "clone" && page != "calls" && page != "board") {
+        err << "Unknown page \u201c" << page << "\u201d: use voice, clone, calls or board.\n";
         return 2;
     }
     ParlovaApp app(ParlovaApp::Options{});
@@ -25,7 +25,20 @@ int takeScreenshot(const QString& file, const QString& selectName, const QString
         window.selectVoiceNamed(app.library().voices().front().name);
     }
     // Call mode without Live only changes what the calls section shows.
-    if (page == "calls") app.engine().setCallMode(true);
+    if (page == "calls") {
+        app.engine().setCallMode(true);
+        window.showSection("calls");
+    }
+    if (page == "board") {
+        // An empty board shows a few sentences of the kind a call needs.
+        if (app.board().entries().isEmpty()) {
+            app.board().addSpeech("Sorry, I'm on mute with a sore throat today: I'll type.");
+            const auto man = app.store().find("Middle-Aged Man");
+            app.board().addSpeech("Be right back!", man ? man->id : QUuid(), {}, "Be right back");
+            app.board().addSpeech("Thanks everyone, talk soon.", {}, {}, "Goodbye");
+        }
+        window.showSection("board");
+    }
     window.resize(1000, 760);
     window.show();
     int status = 1;
