@@ -29,13 +29,15 @@ int takeScreenshot(const QString& file, const QString& selectName, const QString
         app.engine().setCallMode(true);
         window.showSection("calls");
     }
+    // An empty board shows a few sentences of the kind a call needs while
+    // the picture is taken, and is empty again afterwards.
+    QList<QUuid> examples;
     if (page == "board") {
-        // An empty board shows a few sentences of the kind a call needs.
         if (app.board().entries().isEmpty()) {
-            app.board().addSpeech("Sorry, I'm on mute with a sore throat today: I'll type.");
             const auto man = app.store().find("Middle-Aged Man");
-            app.board().addSpeech("Be right back!", man ? man->id : QUuid(), {}, "Be right back");
-            app.board().addSpeech("Thanks everyone, talk soon.", {}, {}, "Goodbye");
+            examples = {app.board().addSpeech("Sorry, I'm on mute with a sore throat today: I'll type.").id,
+                        app.board().addSpeech("Be right back!", man ? man->id : QUuid(), {}, "Be right back").id,
+                        app.board().addSpeech("Thanks everyone, talk soon.", {}, {}, "Goodbye").id};
         }
         window.showSection("board");
     }
@@ -51,6 +53,7 @@ int takeScreenshot(const QString& file, const QString& selectName, const QString
             err << "Parlova couldn't write the screenshot to \u201c" << file << "\u201d.\n";
         }
         app.engine().setCallMode(false);
+        for (const QUuid& id : examples) app.board().remove(id);
         QApplication::quit();
     });
     QApplication::exec();

@@ -12,6 +12,7 @@
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QMessageBox>
+#include <QShortcut>
 #include <QSignalBlocker>
 #include <QStandardPaths>
 #include <QVBoxLayout>
@@ -90,6 +91,8 @@ BoardPanel::BoardPanel(BoardStore& store, Soundboard& board, VoiceStore& voices,
     connect(list_, &QTreeWidget::currentItemChanged, this, &BoardPanel::refreshEditor);
     connect(list_, &QTreeWidget::itemActivated, this,
             [this](QTreeWidgetItem* item) { play(item->data(nameColumn, kEntryRole).toUuid()); });
+    auto* removeKey = new QShortcut(QKeySequence::Delete, list_, nullptr, nullptr, Qt::WidgetShortcut);
+    connect(removeKey, &QShortcut::activated, this, &BoardPanel::removeCurrent);
     connect(&store_, &BoardStore::entriesChanged, this, &BoardPanel::refreshRows);
     connect(&voices_, &VoiceStore::voicesChanged, this, &BoardPanel::refreshSpeakers);
     connect(&library_, &CloneLibrary::voicesChanged, this, &BoardPanel::refreshSpeakers);
