@@ -10,13 +10,17 @@ namespace parlova {
 
 ParlovaApp::ParlovaApp(const Options& options)
     : store_(&settings_), engine_(&settings_, &AudioBackend::system(), BackendJobs::shared()), devices_(), cloner_(), library_({}, &settings_),
-      selection_(engine_, store_, &library_), micSetup_(&devices_), handsFree_(engine_, selection_) {
+      soundboard_(board_, engine_, store_, &library_), selection_(engine_, store_, &library_), micSetup_(&devices_),
+      handsFree_(engine_, selection_) {
     engine_.setCloner(&cloner_);
+    // The board's commands and shortcuts play through the window's board.
+    handsFree_.setBoard(&board_, &soundboard_);
     // Keys and commands from outside; another Parlova already listening keeps them.
     QString handsFreeError;
     if (!handsFree_.start(&handsFreeError)) qInfo("%s", qPrintable(handsFreeError));
     window_ = std::make_unique<ui::MainWindow>(
-        ui::AppModel{store_, engine_, devices_, micSetup_, library_, cloner_, settings_, selection_, &handsFree_});
+        ui::AppModel{store_, engine_, devices_, micSetup_, library_, cloner_, settings_, selection_, &handsFree_,
+                     &board_, &soundboard_});
     addAppMenuItems();
     if (ui::TrayIcon::desktopHasTray()) {
         tray_ = std::make_unique<ui::TrayIcon>(
@@ -69,11 +73,13 @@ ParlovaApp::Options ParlovaApp::fromJson(const QJsonObject& object) {
     return options;
 }
 
-// The views go first; live mode stops while the cloner it may stream through
-// still exists; the engine, destroyed last, gives the real microphone back.
+// The views go first; the board's sounds and live mode stop while the cloner
+// they may go through still exists; the engine, destroyed last, gives the
+// real microphone back.
 ParlovaApp::~ParlovaApp() {
     tray_.reset();
     window_.reset();
+    soundboard_.stop();
     if (engine_.isLive()) engine_.toggleLive();
     engine_.setClone({});
 }

@@ -2,6 +2,8 @@
 // The application: the migration from the former name, the model objects
 // (made once, in this order), the main window, the tray, and what closing
 // the window means while a call runs.
+#include "board/BoardStore.h"
+#include "board/Soundboard.h"
 #include "cloning/CloneLibrary.h"
 #include "cloning/VoiceCloner.h"
 #include "control/HandsFree.h"
@@ -36,6 +38,8 @@ public:
     VoiceEngine& engine() { return engine_; }
     VoiceStore& store() { return store_; }
     CloneLibrary& library() { return library_; }
+    BoardStore& board() { return board_; }
+    Soundboard& soundboard() { return soundboard_; }
     VoiceSelection& selection() { return selection_; }
 
     // Brings the window up, raised and focused.
@@ -58,6 +62,8 @@ private:
     AudioDeviceList devices_;
     VoiceCloner cloner_;
     CloneLibrary library_;
+    BoardStore board_;
+    Soundboard soundboard_;
     VoiceSelection selection_;
     VirtualMicSetup micSetup_;
     HandsFree handsFree_;

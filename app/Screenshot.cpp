@@ -10,8 +10,8 @@ namespace parlova {
 
 int takeScreenshot(const QString& file, const QString& selectName, const QString& page) {
     QTextStream err(stderr);
-    if (!page.isEmpty() && page != "voice" && page != "clone" && page != "calls") {
-        err << "Unknown page \u201c" << page << "\u201d: use voice, clone or calls.\n";
+    if (!page.isEmpty() && page != "voice" && page != "clone" && page != "calls" && page != "board") {
+        err << "Unknown page \u201c" << page << "\u201d: use voice, clone, calls or board.\n";
         return 2;
     }
     ParlovaApp app(ParlovaApp::Options{});
@@ -25,7 +25,22 @@ int takeScreenshot(const QString& file, const QString& selectName, const QString
         window.selectVoiceNamed(app.library().voices().front().name);
     }
     // Call mode without Live only changes what the calls section shows.
-    if (page == "calls") app.engine().setCallMode(true);
+    if (page == "calls") {
+        app.engine().setCallMode(true);
+        window.showSection("calls");
+    }
+    // An empty board shows a few sentences of the kind a call needs while
+    // the picture is taken, and is empty again afterwards.
+    QList<QUuid> examples;
+    if (page == "board") {
+        if (app.board().entries().isEmpty()) {
+            const auto man = app.store().find("Middle-Aged Man");
+            examples = {app.board().addSpeech("Sorry, I'm on mute with a sore throat today: I'll type.").id,
+                        app.board().addSpeech("Be right back!", man ? man->id : QUuid(), {}, "Be right back").id,
+                        app.board().addSpeech("Thanks everyone, talk soon.", {}, {}, "Goodbye").id};
+        }
+        window.showSection("board");
+    }
     window.resize(1000, 760);
     window.show();
     int status = 1;
@@ -38,6 +53,7 @@ int takeScreenshot(const QString& file, const QString& selectName, const QString
             err << "Parlova couldn't write the screenshot to \u201c" << file << "\u201d.\n";
         }
         app.engine().setCallMode(false);
+        for (const QUuid& id : examples) app.board().remove(id);
         QApplication::quit();
     });
     QApplication::exec();

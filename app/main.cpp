@@ -50,7 +50,8 @@ int main(int argc, char** argv) {
     QCommandLineOption live("live", "Start talking live.");
     QCommandLineOption screenshot("screenshot", "Render the window to the PNG file FILE and quit.", "FILE");
     QCommandLineOption select("select", "With --screenshot: select the voice or cloned voice NAME.", "NAME");
-    QCommandLineOption page("page", "With --screenshot: show the voice, clone or calls page.", "voice|clone|calls");
+    QCommandLineOption page("page", "With --screenshot: show the voice, clone, calls or board page.",
+                            "voice|clone|calls|board");
     parser.addOptions({minimized, voice, call, live, screenshot, select, page});
     parser.process(app);
 

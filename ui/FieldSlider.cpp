@@ -13,7 +13,7 @@ FieldSlider::FieldSlider(const VoiceFieldRange& field, QWidget* parent) : QWidge
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     auto* label = new QLabel(QString::fromUtf8(field.label), this);
-    label->setMinimumWidth(130);
+    label->setMinimumWidth(120);
     slider_ = new QSlider(Qt::Horizontal, this);
     slider_->setRange(0, int(std::lround((field.maximum - field.minimum) / field.step)));
     slider_->setSingleStep(1);
@@ -22,7 +22,7 @@ FieldSlider::FieldSlider(const VoiceFieldRange& field, QWidget* parent) : QWidge
     slider_->installEventFilter(this);
     label->setBuddy(slider_);
     valueLabel_ = new QLabel(this);
-    valueLabel_->setMinimumWidth(90);
+    valueLabel_->setMinimumWidth(80);
     valueLabel_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
     layout->addWidget(label);
     layout->addWidget(slider_, 1);

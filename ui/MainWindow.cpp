@@ -1,9 +1,12 @@
 #include "ui/MainWindow.h"
 
+#include "board/Soundboard.h"
 #include "cloning/CloneLibrary.h"
 #include "cloning/VoiceCloner.h"
 #include "control/VoiceSelection.h"
 #include "engine/VoiceEngine.h"
+#include "ui/BoardPanel.h"
+#include "ui/CallsPanel.h"
 #include "ui/ClonePage.h"
 #include "ui/MicPanel.h"
 #include "ui/Icons.h"
@@ -20,6 +23,7 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QScreen>
+#include <QShortcut>
 #include <QScrollArea>
 #include <QSplitter>
 #include <QToolButton>
@@ -54,9 +58,9 @@ MainWindow::MainWindow(AppModel model, QWidget* parent) : QMainWindow(parent), m
     setWindowTitle("Parlova");
     setWindowIcon(appIcon());
     setMinimumSize(760, 560);
-    // Tall enough for a page above the controls, within the screen's room.
-    QSize room = screen() ? screen()->availableSize() * 0.9 : QSize(1000, 820);
-    resize(std::min(1000, room.width()), std::min(820, room.height()));
+    // Tall enough for a voice's page above the controls, within the screen's room.
+    QSize room = screen() ? screen()->availableSize() * 0.9 : defaultSize();
+    resize(defaultSize().boundedTo(room));
 
     auto* splitter = new QSplitter(this);
     splitter->setChildrenCollapsible(false);
@@ -64,10 +68,11 @@ MainWindow::MainWindow(AppModel model, QWidget* parent) : QMainWindow(parent), m
 
     auto* right = new QWidget(splitter);
     auto* rightLayout = new QVBoxLayout(right);
-    rightLayout->setContentsMargins(0, 0, 0, 0);
+    rightLayout->setContentsMargins(0, 6, 0, 0);
     detail_ = new QStackedWidget(right);
     placeholder_ = makePlaceholder();
     voicePage_ = new VoicePage;
+    // Scrolls only where the screen is too small for the window's usual size.
     auto* scroll = new QScrollArea;
     scroll->setWidget(voicePage_);
     scroll->setWidgetResizable(true);
@@ -84,15 +89,22 @@ MainWindow::MainWindow(AppModel model, QWidget* parent) : QMainWindow(parent), m
     detail_->addWidget(voiceScroll_);
     detail_->addWidget(cloneScroll_);
     detail_->addWidget(micDenied_);
-    rightLayout->addWidget(detail_, 1);
+    sections_ = new QTabWidget(right);
+    sections_->setDocumentMode(true);
+    sections_->addTab(detail_, "Voice");
+    if (model_.board && model_.soundboard) {
+        boardPanel_ = new BoardPanel(*model_.board, *model_.soundboard, model_.store, model_.library);
+        sections_->addTab(boardPanel_, "Board");
+    }
+    callsPage_ = makeCallsPage();
+    sections_->addTab(callsPage_, "Calls");
+    rightLayout->addWidget(sections_, 1);
     auto* card = new QFrame(right);
     card->setFrameShape(QFrame::StyledPanel);
     auto* cardLayout = new QVBoxLayout(card);
-    cardLayout->setContentsMargins(6, 6, 6, 6);
-    transport_ = new TransportCard(model_.engine, model_.devices, model_.micSetup, card);
+    cardLayout->setContentsMargins(8, 6, 8, 6);
+    transport_ = new TransportCard(model_.engine, card);
     cardLayout->addWidget(transport_);
-    micPanel_ = new MicPanel(model_.engine, model_.handsFree, card);
-    cardLayout->addWidget(micPanel_);
     rightLayout->addWidget(card);
     splitter->addWidget(right);
     splitter->setStretchFactor(1, 1);
@@ -100,6 +112,7 @@ MainWindow::MainWindow(AppModel model, QWidget* parent) : QMainWindow(parent), m
     setCentralWidget(splitter);
 
     makeMenus();
+    makeBoardKeys();
 
     connect(sidebar_, &Sidebar::selectionChangedTo, this, &MainWindow::selectionChanged);
     connect(sidebar_, &Sidebar::duplicateRequested, this, [this](const QUuid& id) {
@@ -117,8 +130,13 @@ MainWindow::MainWindow(AppModel model, QWidget* parent) : QMainWindow(parent), m
     connect(&model_.store, &VoiceStore::voicesChanged, this, &MainWindow::refreshRows);
     connect(&model_.library, &CloneLibrary::voicesChanged, this, &MainWindow::refreshRows);
     connect(&model_.cloner, &VoiceCloner::errorMessageChanged, this, &MainWindow::showError);
-    connect(&model_.engine, &VoiceEngine::detectedPitchChanged, this,
-            [this] { voicePage_->showDetectedPitch(model_.engine.detectedPitch()); });
+    connect(&model_.engine, &VoiceEngine::detectedPitchChanged, this, [this] {
+        voicePage_->showDetectedPitch(model_.engine.detectedPitch());
+        transport_->showDetectedPitch(model_.engine.detectedPitch());
+    });
+    voicePage_->previewButton()->setVisible(model_.soundboard);
+    if (model_.soundboard)
+        connect(voicePage_, &VoicePage::previewRequested, model_.soundboard, &Soundboard::previewVoice);
     connect(&model_.engine, &VoiceEngine::errorMessageChanged, this, &MainWindow::showError);
     connect(&model_.engine, &VoiceEngine::micDeniedChanged, this, &MainWindow::refreshDetail);
     for (auto signal : {&VoiceEngine::liveStateChanged, &VoiceEngine::recordingChanged, &VoiceEngine::playingChanged,
@@ -179,6 +197,36 @@ QWidget* MainWindow::makePlaceholder() {
     layout->addWidget(text);
     layout->addStretch(1);
     return page;
+}
+
+QWidget* MainWindow::makeCallsPage() {
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    callsPanel_ = new CallsPanel(model_.engine, model_.devices, model_.micSetup, page);
+    layout->addWidget(callsPanel_);
+    auto* line = new QFrame(page);
+    line->setFrameShape(QFrame::HLine);
+    line->setForegroundRole(QPalette::Mid);
+    layout->addWidget(line);
+    micPanel_ = new MicPanel(model_.engine, model_.handsFree, page);
+    layout->addWidget(micPanel_);
+    layout->addStretch(1);
+    auto* scroll = new QScrollArea;
+    scroll->setWidget(page);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    return scroll;
+}
+
+// Keys 1 to 9 play the board's entry with that key while the window has the
+// focus. A text field or number box with the focus keeps its digits: they
+// claim the key before any shortcut sees it.
+void MainWindow::makeBoardKeys() {
+    if (!boardPanel_) return;
+    for (int n = 1; n <= 9; ++n) {
+        auto* key = new QShortcut(QKeySequence(QString::number(n)), this);
+        connect(key, &QShortcut::activated, this, [this, n] { boardPanel_->playKey(QString::number(n)); });
+    }
 }
 
 QWidget* MainWindow::makeMicDeniedScreen() {
@@ -248,6 +296,7 @@ void MainWindow::refreshRows() {
 void MainWindow::refreshDetail() {
     if (model_.engine.micDenied()) {
         detail_->setCurrentWidget(micDenied_);
+        sections_->setCurrentWidget(detail_);
         return;
     }
     auto chosen = sidebar_->selection();
@@ -268,9 +317,28 @@ QString MainWindow::currentPage() const {
     return "clone";
 }
 
+QString MainWindow::currentSection() const {
+    QWidget* page = sections_->currentWidget();
+    if (page == callsPage_) return "calls";
+    if (boardPanel_ && page == boardPanel_) return "board";
+    return "voice";
+}
+
+bool MainWindow::showSection(const QString& section) {
+    QWidget* page = section == "voice" ? detail_
+                    : section == "calls" ? callsPage_
+                    : section == "board" ? static_cast<QWidget*>(boardPanel_)
+                                         : nullptr;
+    if (!page) return false;
+    sections_->setCurrentWidget(page);
+    return true;
+}
+
 bool MainWindow::selectVoiceNamed(const QString& name) { return model_.selection.selectNamed(name); }
 
 void MainWindow::selectionChanged(const std::optional<SidebarSelection>& selection) {
+    // A row picked in the sidebar is a voice the user wants to see.
+    if (selection) sections_->setCurrentWidget(detail_);
     const auto before = model_.selection.current();
     if (selection && selection->kind == RowKind::clone) model_.selection.selectClone(selection->id);
     if (selection && selection->kind == RowKind::voice) model_.selection.selectVoice(selection->id);

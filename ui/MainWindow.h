@@ -1,7 +1,9 @@
 #pragma once
-// The main window: the sidebar of voices and cloned voices, the selected
-// voice's page above the transport card, the microphone-refused screen, and
-// the "Voice" menu. A view: the store, the engine and the device list hold
+// The main window: the sidebar of voices and cloned voices; beside it three
+// pages under a tab bar (the selected voice's page or the microphone-refused
+// screen, the soundboard, and the calls and microphone settings) above the
+// transport card, which stays in view whichever page shows; and the "Voice"
+// menu. A view: the store, the engine and the device list hold
 // every piece of state; the window only forwards what the user does.
 #include "ui/Sidebar.h"
 #include "voices/Voice.h"
@@ -9,6 +11,7 @@
 #include <QAction>
 #include <QMainWindow>
 #include <QStackedWidget>
+#include <QTabWidget>
 
 #include <functional>
 
@@ -16,8 +19,10 @@ class QSettings;
 
 namespace parlova {
 class AudioDeviceList;
+class BoardStore;
 class CloneLibrary;
 class HandsFree;
+class Soundboard;
 class VoiceCloner;
 class VirtualMicSetup;
 class VoiceEngine;
@@ -27,6 +32,8 @@ class VoiceStore;
 
 namespace parlova::ui {
 
+class BoardPanel;
+class CallsPanel;
 class ClonePage;
 class MicPanel;
 class TransportCard;
@@ -43,6 +50,9 @@ struct AppModel {
     QSettings& settings;
     VoiceSelection& selection;
     HandsFree* handsFree;  // null where nothing listens for keys or commands
+    // The soundboard and its player, both or neither (no board page, no Preview).
+    BoardStore* board = nullptr;
+    Soundboard* soundboard = nullptr;
 };
 
 class MainWindow : public QMainWindow {
@@ -55,8 +65,17 @@ public:
     ClonePage* clonePage() const { return clonePage_; }
     TransportCard* transport() const { return transport_; }
     MicPanel* micPanel() const { return micPanel_; }
-    // The page the detail area shows: "placeholder", "voice", "clone" or "micDenied".
+    CallsPanel* callsPanel() const { return callsPanel_; }
+    // Null without a soundboard.
+    BoardPanel* boardPanel() const { return boardPanel_; }
+    // The size the window opens at where the screen has the room.
+    static QSize defaultSize() { return {1000, 820}; }
+    // The page the voice tab shows: "placeholder", "voice", "clone" or "micDenied".
     QString currentPage() const;
+    // The tab shown: "voice", "board" or "calls"; showSection() returns false
+    // for a tab the window doesn't have.
+    QString currentSection() const;
+    bool showSection(const QString& section);
     // Selects the first voice, else the first cloned voice, whose name
     // matches case-insensitively.
     bool selectVoiceNamed(const QString& name);
@@ -77,6 +96,8 @@ private:
     QWidget* makeSidebarColumn();
     QWidget* makePlaceholder();
     QWidget* makeMicDeniedScreen();
+    QWidget* makeCallsPage();
+    void makeBoardKeys();
     void makeMenus();
     void refreshRows();
     void refreshMenu();
@@ -95,6 +116,7 @@ private:
 
     AppModel model_;
     Sidebar* sidebar_;
+    QTabWidget* sections_;
     QStackedWidget* detail_;
     QWidget* placeholder_;
     QWidget* voiceScroll_;
@@ -104,6 +126,9 @@ private:
     QWidget* micDenied_;
     TransportCard* transport_;
     MicPanel* micPanel_;
+    CallsPanel* callsPanel_;
+    QWidget* callsPage_;
+    BoardPanel* boardPanel_ = nullptr;
     QMenu* appMenu_ = nullptr;
     QAction* liveAction_ = nullptr;
     QAction* recordAction_ = nullptr;

@@ -2,13 +2,11 @@
 
 #include "cloning/CloneLatency.h"
 #include "engine/VoiceEngine.h"
-#include "ui/CallsPanel.h"
 #include "ui/Icons.h"
 #include "ui/LevelMeter.h"
 
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QFrame>
 #include <QHBoxLayout>
 #include <QMenu>
 #include <QSignalBlocker>
@@ -19,9 +17,10 @@
 
 namespace parlova::ui {
 
-TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, VirtualMicSetup& setup, QWidget* parent)
-    : QWidget(parent), engine_(engine) {
+TransportCard::TransportCard(VoiceEngine& engine, QWidget* parent) : QWidget(parent), engine_(engine) {
     auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(4);
     auto* controls = new QHBoxLayout;
     live_ = new QPushButton(this);
     live_->setMinimumHeight(40);
@@ -52,7 +51,6 @@ TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, Virt
     controls->addStretch(1);
     layout->addLayout(controls);
 
-    auto* second = new QHBoxLayout;
     cloneDelay_ = new QComboBox(this);
     cloneDelay_->setToolTip("Shorter delay, or clearer words on fast speech");
     cloneDelay_->setVisible(false);  // only a cloned voice has a choice of delay
@@ -73,35 +71,39 @@ TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, Virt
             [this] { engine_.setLowDelay(effectDelay_->currentData().toBool()); });
     delay_ = new QLabel(this);
     delay_->setForegroundRole(QPalette::PlaceholderText);
-    second->addWidget(cloneDelay_);
-    second->addWidget(effectDelay_);
-    second->addWidget(delay_);
     exportBar_ = new QProgressBar(this);
     exportBar_->setRange(0, 100);
     exportBar_->setMaximumWidth(220);
     exportBar_->setFormat("Exporting %p%");
     exportBar_->setVisible(false);
-    second->addWidget(exportBar_);
-    second->addStretch(1);
-    layout->addLayout(second);
 
+    // The sentence beside the delay, so the card keeps three rows.
+    auto* statusRow = new QHBoxLayout;
     status_ = new QLabel(this);
     status_->setWordWrap(true);
     status_->setAccessibleName("Status");
-    layout->addWidget(status_);
+    statusRow->addWidget(status_, 1);
+    statusRow->addWidget(exportBar_);
+    statusRow->addWidget(cloneDelay_);
+    statusRow->addWidget(effectDelay_);
+    statusRow->addWidget(delay_);
+    layout->addLayout(statusRow);
     meter_ = new LevelMeter(
         [&engine] {
             const LevelMonitor::Level level = engine.meter().level();
             return std::pair{level.rmsDb, level.peakDb};
         },
         this);
-    layout->addWidget(meter_);
-    auto* line = new QFrame(this);
-    line->setFrameShape(QFrame::HLine);
-    line->setForegroundRole(QPalette::Mid);
-    layout->addWidget(line);
-    calls_ = new CallsPanel(engine, devices, setup, this);
-    layout->addWidget(calls_);
+    pitch_ = new QLabel(this);
+    pitch_->setMinimumWidth(90);
+    pitch_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    pitch_->setToolTip("The pitch of your voice as Parlova hears it now");
+    pitch_->setAccessibleName("Your pitch");
+    auto* meterRow = new QHBoxLayout;
+    meterRow->addWidget(meter_, 1);
+    meterRow->addWidget(pitch_);
+    layout->addLayout(meterRow);
+    showDetectedPitch(0);
 
     connect(live_, &QPushButton::clicked, &engine_, &VoiceEngine::toggleLive);
     connect(record_, &QPushButton::clicked, &engine_, &VoiceEngine::toggleRecording);
@@ -129,6 +131,10 @@ TransportCard::TransportCard(VoiceEngine& engine, AudioDeviceList& devices, Virt
 void TransportCard::setVoiceName(const QString& name) {
     voiceName_ = name;
     refresh();
+}
+
+void TransportCard::showDetectedPitch(float hz) {
+    pitch_->setText(hz > 0 ? QString::asprintf("Pitch %.0f Hz", double(hz)) : QString("Pitch —"));
 }
 
 TransportState TransportCard::state() const {

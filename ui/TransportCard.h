@@ -1,8 +1,9 @@
 #pragma once
-// The strip under a voice's page that starts and stops everything that makes
-// sound: Talk Live, Record, Natural voice, Play in Voice, the audio menu, the
-// measured delay, the status sentence, the level meter and the calls panel.
-// It holds no state: every label is recomputed from the engine's flags.
+// The compact strip under the window's pages that starts and stops everything
+// that makes sound: Talk Live, Record, Natural voice, Play in Voice, the audio
+// menu, the measured delay, the status sentence, and the level meter with the
+// pitch heard now. It stays in view whichever page the window shows, and holds
+// no state: every label is recomputed from the engine's flags.
 #include "ui/TransportStatus.h"
 
 #include <QCheckBox>
@@ -15,23 +16,22 @@
 #include <QWidget>
 
 namespace parlova {
-class AudioDeviceList;
-class VirtualMicSetup;
 class VoiceEngine;
 }  // namespace parlova
 
 namespace parlova::ui {
 
-class CallsPanel;
 class LevelMeter;
 
 class TransportCard : public QWidget {
     Q_OBJECT
 public:
-    TransportCard(VoiceEngine& engine, AudioDeviceList& devices, VirtualMicSetup& setup, QWidget* parent = nullptr);
+    explicit TransportCard(VoiceEngine& engine, QWidget* parent = nullptr);
 
     // The name the status sentence uses for the voice on screen.
     void setVoiceName(const QString& name);
+    // The live reading of the speaker's pitch in Hz (0: none), beside the meter.
+    void showDetectedPitch(float hz);
 
     QString status() const { return status_->text(); }
     TransportState state() const;
@@ -41,8 +41,8 @@ public:
     QCheckBox* naturalSwitch() const { return natural_; }
     QAction* exportAction() const { return export_; }
     QLabel* delayLabel() const { return delay_; }
-    CallsPanel* callsPanel() const { return calls_; }
     LevelMeter* meter() const { return meter_; }
+    QLabel* pitchLabel() const { return pitch_; }
 
     // Asks for a file and opens it as the clip (also the Voice menu's item).
     void openAudioFile();
@@ -66,7 +66,7 @@ private:
     QProgressBar* exportBar_;
     QLabel* status_;
     LevelMeter* meter_;
-    CallsPanel* calls_;
+    QLabel* pitch_;
     QTimer delayTimer_;
 };
 

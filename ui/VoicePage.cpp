@@ -1,6 +1,7 @@
 #include "ui/VoicePage.h"
 
 #include "ui/FieldSlider.h"
+#include "ui/Icons.h"
 #include "voices/VoiceFieldRanges.h"
 
 #include <QFormLayout>
@@ -27,14 +28,24 @@ VoicePage::VoicePage(QWidget* parent) : QWidget(parent) {
     name_->setFrame(false);
     name_->setAccessibleName("Voice name");
     reset_ = new QPushButton("Reset to Default", this);
+    preview_ = new QPushButton(themedIcon("media-playback-start", QStyle::SP_MediaPlay), "Preview", this);
+    preview_->setToolTip("Hear a sentence in this voice");
     header->addWidget(emoji_);
     header->addWidget(name_, 1);
+    header->addWidget(preview_);
     header->addWidget(reset_);
     layout->addLayout(header);
     caption_ = new QLabel(this);
     caption_->setForegroundRole(QPalette::PlaceholderText);
     layout->addWidget(caption_);
 
+    // A group goes into the right column once the left one holds half the sliders.
+    auto* columns = new QHBoxLayout;
+    QVBoxLayout* column[2] = {new QVBoxLayout, new QVBoxLayout};
+    for (QVBoxLayout* c : column) columns->addLayout(c, 1);
+    layout->addLayout(columns);
+    const int fieldCount = int(voiceFieldRanges().size());
+    int placed = 0;
     QGroupBox* group = nullptr;
     std::string groupName;
     QVBoxLayout* groupLayout = nullptr;
@@ -44,8 +55,9 @@ VoicePage::VoicePage(QWidget* parent) : QWidget(parent) {
             // "&" in a title would be taken as a keyboard mnemonic.
             group = new QGroupBox(QString::fromUtf8(field.group).replace("&", "&&"), this);
             groupLayout = new QVBoxLayout(group);
-            layout->addWidget(group);
+            column[2 * placed >= fieldCount ? 1 : 0]->addWidget(group);
         }
+        ++placed;
         if (field.zeroMeansOff) {
             autoPitch_ = new QCheckBox("Auto pitch", group);
             autoPitch_->setToolTip("Steer your voice toward a target pitch instead of shifting it by a fixed amount");
@@ -58,6 +70,7 @@ VoicePage::VoicePage(QWidget* parent) : QWidget(parent) {
         connect(slider, &FieldSlider::edited, this,
                 [this, member = field.member](float value) { editField(member, value); });
     }
+    for (QVBoxLayout* c : column) c->addStretch(1);
     pitchLine_ = new QLabel(this);
     layout->addWidget(pitchLine_);
     layout->addStretch(1);
@@ -72,6 +85,7 @@ VoicePage::VoicePage(QWidget* parent) : QWidget(parent) {
         emit edited(voice_);
     });
     connect(reset_, &QPushButton::clicked, this, [this] { emit resetRequested(voice_); });
+    connect(preview_, &QPushButton::clicked, this, [this] { emit previewRequested(voice_); });
 }
 
 FieldSlider* VoicePage::slider(const QString& key) const {

@@ -1,7 +1,8 @@
 #pragma once
-// The page of one voice: its name, a slider per field grouped by what it
-// shapes, the auto-pitch switch, Reset to Default for starting voices, and the
-// detected-pitch line. A view: it reports edits as whole voices and shows
+// The page of one voice: its name, Preview, a slider per field grouped by what
+// it shapes (the groups in two columns, so the page needs no scrolling at the
+// window's usual size), the auto-pitch switch, Reset to Default for starting
+// voices, and the detected-pitch line. A view: it reports edits as whole voices and shows
 // whatever voice it is given.
 #include "voices/Voice.h"
 
@@ -31,10 +32,13 @@ public:
 
     FieldSlider* slider(const QString& key) const;
     QCheckBox* autoPitchSwitch() const { return autoPitch_; }
+    QPushButton* previewButton() const { return preview_; }
 
 signals:
     void edited(const Voice& voice);
     void resetRequested(const Voice& voice);
+    // The user wants to hear a sentence in the voice shown.
+    void previewRequested(const Voice& voice);
 
 private:
     void editField(float Voice::*member, float value);
@@ -46,6 +50,7 @@ private:
     QLineEdit* name_;
     QLabel* caption_;
     QPushButton* reset_;
+    QPushButton* preview_;
     QCheckBox* autoPitch_;
     QLabel* pitchLine_;
     std::vector<FieldSlider*> sliders_;

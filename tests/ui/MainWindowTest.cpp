@@ -1,5 +1,7 @@
 // The window driven as a user would, offscreen, over an engine on an
 // in-memory sound server and settings in a temporary folder.
+#include "board/BoardStore.h"
+#include "board/Soundboard.h"
 #include "cloning/CloneLibrary.h"
 #include "cloning/VoiceCloner.h"
 #include "devices/AudioDeviceList.h"
@@ -7,6 +9,7 @@
 #include "engine/VoiceEngine.h"
 #include "support/FakeBackend.h"
 #include "support/TestAudio.h"
+#include "ui/BoardPanel.h"
 #include "ui/CallsPanel.h"
 #include "ui/ClonePage.h"
 #include "ui/FieldSlider.h"
@@ -16,11 +19,14 @@
 #include "ui/TransportCard.h"
 #include "ui/TransportStatus.h"
 #include "ui/VoicePage.h"
+#include "voices/VoiceFieldRanges.h"
 #include "voices/VoiceStore.h"
 
 #include "control/VoiceSelection.h"
 #include "ui/LevelMeter.h"
 
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -40,7 +46,9 @@ struct Harness {
           engine(&settings, &backend, jobs), devices(&backend), setup(&devices),
           cloner(VoiceClonerOptions{dir.filePath("support"), {}, {}, QProcessEnvironment::systemEnvironment()}),
           library(dir.filePath("ClonedVoices"), &settings), selection(engine, store, &library),
-          window(AppModel{store, engine, devices, setup, library, cloner, settings, selection, nullptr}) {
+          board(dir.filePath("Board")), soundboard(board, engine, store, &library),
+          window(AppModel{store, engine, devices, setup, library, cloner, settings, selection, nullptr, &board,
+                          &soundboard}) {
         engine.setCloner(&cloner);
         QTRY_VERIFY(!devices.inputs().empty());
     }
@@ -55,8 +63,18 @@ struct Harness {
     VoiceCloner cloner;
     CloneLibrary library;
     VoiceSelection selection;
+    BoardStore board;
+    Soundboard soundboard;
     MainWindow window;
 };
+
+// A clip of a steady tone, long enough to still play when it is looked at.
+QString writeClip(const QTemporaryDir& dir, const QString& name) {
+    const QString path = dir.filePath(name + ".wav");
+    if (!testaudio::writeWav(path.toStdString(), testaudio::spread(testaudio::tone(440, 48000, 3 * 48000), 48000)))
+        return {};
+    return path;
+}
 
 }  // namespace
 
@@ -175,7 +193,8 @@ private slots:
     void callsPanelExplainsEachState() {
         {
             Harness h("");
-            CallsPanel* calls = h.window.transport()->callsPanel();
+            CallsPanel* calls = h.window.callsPanel();
+            QVERIFY(h.window.showSection("calls"));
             h.window.show();
             QTRY_VERIFY(calls->installButton()->isVisible());
             QVERIFY(calls->installPrompt()->isVisible());
@@ -184,7 +203,8 @@ private slots:
         }
         {
             Harness h(kFormerName);
-            CallsPanel* calls = h.window.transport()->callsPanel();
+            CallsPanel* calls = h.window.callsPanel();
+            QVERIFY(h.window.showSection("calls"));
             h.window.show();
             QTRY_VERIFY(calls->formerNotice()->isVisible());
             QVERIFY(calls->updateButton()->isVisible());
@@ -192,7 +212,8 @@ private slots:
         }
         {
             Harness h;
-            CallsPanel* calls = h.window.transport()->callsPanel();
+            CallsPanel* calls = h.window.callsPanel();
+            QVERIFY(h.window.showSection("calls"));
             h.window.show();
             QTRY_VERIFY(calls->callModeSwitch()->isEnabled());
             QVERIFY(!calls->installButton()->isVisible() && !calls->formerNotice()->isVisible());
@@ -268,6 +289,143 @@ private slots:
         h.engine.toggleLive();
         QTRY_COMPARE(h.window.currentPage(), "voice");
         h.engine.toggleLive();
+    }
+
+    // At the window's usual size a voice's sliders all show without
+    // scrolling, and the transport card stays in view whichever page shows.
+    void theVoicePageFitsAndTheControlsStayInView() {
+        Harness h;
+        QVERIFY(h.window.selectVoiceNamed("Old Lady"));
+        h.window.resize(MainWindow::defaultSize());
+        h.window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&h.window));
+        auto* scroll = qobject_cast<QScrollArea*>(h.window.voicePage()->parentWidget()->parentWidget());
+        QVERIFY(scroll);
+        QCOMPARE(scroll->verticalScrollBar()->maximum(), 0);
+        for (const auto& field : voiceFieldRanges()) {
+            FieldSlider* slider = h.window.voicePage()->slider(field.key);
+            QVERIFY2(slider->visibleRegion().boundingRect() == slider->rect(), field.key);
+        }
+        QVERIFY(!h.window.voicePage()->previewButton()->visibleRegion().isEmpty());
+        TransportCard* transport = h.window.transport();
+        for (const char* section : {"board", "calls", "voice"}) {
+            QVERIFY(h.window.showSection(section));
+            QCOMPARE(h.window.currentSection(), section);
+            for (QWidget* part : std::initializer_list<QWidget*>{transport->liveButton(), transport->playButton(),
+                                                                 transport->meter(), transport->pitchLabel()})
+                QVERIFY2(part->visibleRegion().boundingRect() == part->rect(), section);
+        }
+        // A voice picked in the sidebar brings its page back.
+        QVERIFY(h.window.showSection("calls"));
+        h.window.sidebar()->select(SidebarSelection{RowKind::voice, h.store.find("Middle-Aged Man")->id});
+        QCOMPARE(h.window.currentSection(), "voice");
+        QCOMPARE(h.window.voicePage()->voice().name, "Middle-Aged Man");
+    }
+
+    // The board's page lists the store's entries and follows every change,
+    // made on the page or elsewhere; a file that isn't audio is refused with
+    // a sentence and leaves the board as it was.
+    void theBoardPageFollowsItsStore() {
+        Harness h;
+        BoardPanel* panel = h.window.boardPanel();
+        QVERIFY(panel);
+        QTreeWidget* list = panel->list();
+        QVERIFY(panel->addClip(writeClip(h.dir, "Doorbell")));
+        h.board.addSpeech("Back in a minute.", h.store.find("Old Lady")->id);
+        QCOMPARE(list->topLevelItemCount(), 2);
+        QCOMPARE(list->topLevelItem(0)->text(2), "Doorbell");
+        QVERIFY(list->topLevelItem(0)->text(3).contains("3.0 s"));
+        QVERIFY(list->topLevelItem(1)->text(3).contains("Back in a minute."));
+        QVERIFY(list->topLevelItem(1)->text(3).contains("Old Lady"));
+        QCOMPARE(list->topLevelItem(0)->text(1), "1");
+        QCOMPARE(list->topLevelItem(1)->text(1), "2");
+        const QUuid bell = h.board.entries()[0].id, back = h.board.entries()[1].id;
+
+        panel->selectEntry(bell);
+        panel->nameField()->setText("Ding dong");
+        emit panel->nameField()->editingFinished();
+        QCOMPARE(h.board.entry(bell)->name, "Ding dong");
+        QCOMPARE(list->topLevelItem(0)->text(2), "Ding dong");
+        h.board.rename(back, "Back soon");
+        QCOMPARE(list->topLevelItem(1)->text(2), "Back soon");
+        h.board.move(back, 0);
+        QCOMPARE(list->topLevelItem(0)->text(2), "Back soon");
+        QCOMPARE(panel->currentEntry(), bell);  // the selection follows its entry
+        // A key given to one entry is taken from the one that had it.
+        QComboBox* key = panel->keyPicker();
+        key->setCurrentIndex(key->findData("2"));
+        emit key->activated(key->currentIndex());
+        QCOMPARE(h.board.entry(bell)->key, "2");
+        QVERIFY(h.board.entry(back)->key.isEmpty());
+
+        const QString notAudio = h.dir.filePath("notes.wav");
+        QFile file(notAudio);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("not a sound") > 0);
+        file.close();
+        QVERIFY(!panel->addClip(notAudio));
+        QVERIFY(panel->message()->text().endsWith('.'));
+        QCOMPARE(h.board.entries().size(), 2);
+
+        h.board.remove(back);
+        QCOMPARE(list->topLevelItemCount(), 1);
+        QCOMPARE(list->topLevelItem(0)->text(2), "Ding dong");
+    }
+
+    // A number key plays the entry with that key while the window has the
+    // focus; in the Say box it is only typed. Enter there says the text.
+    void aNumberKeyPlaysItsEntryUnlessTextIsTyped() {
+        Harness h;
+        const BoardEntry bell = h.board.addClip(writeClip(h.dir, "Doorbell"));
+        const BoardEntry back = h.board.addSpeech("Back in a minute.");
+        QCOMPARE(bell.key, "1");
+        BoardPanel* panel = h.window.boardPanel();
+        QVERIFY(h.window.showSection("board"));
+        h.window.show();
+        QVERIFY(QTest::qWaitForWindowActive(&h.window));
+        panel->selectEntry(back.id);
+
+        QLineEdit* say = panel->sayBox();
+        say->setFocus();
+        QTRY_VERIFY(say->hasFocus());
+        QTest::keyClick(say, '1');
+        QCOMPARE(say->text(), "1");
+        QCOMPARE(panel->currentEntry(), back.id);
+        QVERIFY(!h.soundboard.isPlaying());
+
+        QSignalSpy failed(&h.soundboard, &Soundboard::failed);
+        panel->list()->setFocus();
+        QTRY_VERIFY(panel->list()->hasFocus());
+        QTest::keyClick(panel->list(), '1');
+        QCOMPARE(panel->currentEntry(), bell.id);
+        QTRY_VERIFY(h.soundboard.isPlaying());
+        QCOMPARE(failed.count(), 0);
+        panel->stopButton()->click();
+        QTRY_VERIFY(!h.soundboard.isPlaying());
+
+        // Enter in the Say box hands the text to the board: it is made, or
+        // the board says why not.
+        say->setFocus();
+        QTRY_VERIFY(say->hasFocus());
+        say->setText("Hello everyone.");
+        QSignalSpy status(&h.soundboard, &Soundboard::statusChanged);
+        QTest::keyClick(say, Qt::Key_Return);
+        QTRY_VERIFY(h.soundboard.isMaking() || status.count() > 0 || failed.count() > 0);
+        h.soundboard.stop();
+    }
+
+    // Preview on a voice's page has the board say a sentence in that voice.
+    void previewReachesTheBoard() {
+        Harness h;
+        QVERIFY(h.window.selectVoiceNamed("Old Lady"));
+        QPushButton* preview = h.window.voicePage()->previewButton();
+        QVERIFY(!preview->isHidden());
+        QSignalSpy sounds(&h.engine, &VoiceEngine::soundsPlayingChanged);
+        QSignalSpy playing(&h.soundboard, &Soundboard::playingChanged);
+        QSignalSpy failed(&h.soundboard, &Soundboard::failed);
+        preview->click();
+        // It plays, or the board says why it can't.
+        QTRY_VERIFY_WITH_TIMEOUT(sounds.count() + playing.count() + failed.count() > 0, 20000);
+        h.soundboard.stop();
     }
 
 private:
