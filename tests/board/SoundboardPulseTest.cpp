@@ -3,6 +3,7 @@
 #include "board/BoardStore.h"
 #include "board/Soundboard.h"
 #include "cloning/CloneWorkerSupport.h"
+#include "cloning/WorkerProtocol.h"
 #include "engine/VoiceEngine.h"
 #include "support/Dropouts.h"
 #include "support/PulseServer.h"
@@ -182,7 +183,7 @@ TEST_F(SoundboardPulse, ACloneSaysTheTypedSentenceIntoTheCallAndAWorkerFailureIs
     ASSERT_TRUE(clonetest::waitFor([&] { return cloner.workerRunning(); }, 30000));
     cloner.stopWorker();
     ASSERT_TRUE(clonetest::waitFor([&] { return !failures.isEmpty(); }, 30000));
-    EXPECT_TRUE(failures.first().endsWith('.')) << failures.first().toStdString();
+    EXPECT_TRUE(failures.first().startsWith(kWorkerStoppedMessage)) << failures.first().toStdString();
     EXPECT_TRUE(board.status().isEmpty());
     engine.playSound(sineSound(440, 0.3, 0.3f), {});
     EXPECT_TRUE(engine.soundsPlaying());
