@@ -21,8 +21,9 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The window's X11 and Wayland platform plugins (loaded, never linked), the
 # recogniser's English model, and what cloning setup runs: ffmpeg for the
 # worker's audio, python3 with venv to bring uv when the desktop has none.
+# Recommended: espeak-ng speaks typed sentences and voice previews.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, pocketsphinx-en-us, ffmpeg, python3, python3-venv")
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "qt6-wayland, fonts-noto-color-emoji, xdg-desktop-portal")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "espeak-ng, qt6-wayland, fonts-noto-color-emoji, xdg-desktop-portal")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "git, pipewire-pulse | pulseaudio")
 
 include(CPack)
