@@ -7,7 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cmath>
+#include <thread>
 
 using namespace parlova;
 
@@ -106,6 +109,35 @@ TEST(SoundMixer, RapidPlaysTakeTheOldestPlaceAndHoldNothingAfterwards) {
         }
     });
     EXPECT_LT(testaudio::peak(run.out), 0.01 * SoundMixer::kSlots + 1e-4);
+    EXPECT_FALSE(mixer.collect());
+    for (const auto& sound : sounds) EXPECT_EQ(sound.use_count(), 1);
+}
+
+TEST(SoundMixer, AnAudioThreadMixingWhileTheOwnerPlaysStopsAndCollectsNeverOutlivesASound) {
+    SoundMixer mixer(kRate);
+    std::atomic<bool> running{true};
+    std::thread audio([&] {
+        std::vector<float> left(kBlock), right(kBlock);
+        while (running.load()) {
+            std::fill(left.begin(), left.end(), 1.0f);
+            std::fill(right.begin(), right.end(), 1.0f);
+            mixer.mix(left.data(), right.data(), kBlock);
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+    });
+    std::vector<std::shared_ptr<SoundBuffer>> sounds;
+    for (int i = 0; i < 200; ++i) {
+        sounds.push_back(toneSound(400, 0.01 * (1 + i % 7)));
+        mixer.play(sounds.back(), 0.5f, 0.5f);
+        if (i % 25 == 0) mixer.stopAll();
+        mixer.collect();
+        std::this_thread::sleep_for(std::chrono::microseconds(300));
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (mixer.collect() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    running = false;
+    audio.join();
     EXPECT_FALSE(mixer.collect());
     for (const auto& sound : sounds) EXPECT_EQ(sound.use_count(), 1);
 }
