@@ -559,7 +559,7 @@ int measureBoard(VoiceEngine& engine, pulse::PulseLoop& loop, BurstPlayer& playe
     player.setMode(BurstPlayer::Mode::Silence);
     StampedRecorder call(loop, VirtualMic::kSourceName, seconds + 2);
     if (!call.connect()) return 1;
-    pump(500);
+    pump(2000);  // a fresh route's output settles on its buffer in its first second or so
     const auto burst = burstSound(kBurstLevel);
     std::vector<double> asked;
     for (double waited = 0; waited < seconds; waited += kBurstPeriod) {
