@@ -44,7 +44,7 @@ double decaySeconds(const std::vector<float>& response, double rate) {
 
 }  // namespace
 
-TEST(Reverb, ZeroMixIsBitIdenticalAndTheMixIsClamped) {
+TEST(Reverb, ZeroMixIsBitIdenticalEvenAfterAWetStretch) {
     auto reverb = preparedReverb(48000.0, 0.0f);
     ts::Channels in(2, 48000);
     in[0] = ts::whiteNoise(48000, 0.7f, 3);
@@ -59,11 +59,6 @@ TEST(Reverb, ZeroMixIsBitIdenticalAndTheMixIsClamped) {
     reverb->setWetDryMix(0.0f);
     out = ts::renderThrough(*reverb, in);
     EXPECT_EQ(std::memcmp(out[0].data() + 512, in[0].data() + 512, (48000 - 512) * sizeof(float)), 0);
-
-    reverb->setWetDryMix(250.0f);
-    EXPECT_EQ(reverb->wetDryMix(), 100.0f);
-    reverb->setWetDryMix(-5.0f);
-    EXPECT_EQ(reverb->wetDryMix(), 0.0f);
 }
 
 TEST(Reverb, SmallRoomTailDecaysInUnderHalfASecond) {
@@ -97,13 +92,4 @@ TEST(Reverb, SidesAreDecorrelatedAndTheWetLevelMatchesTheDry) {
     const double level = ts::toDb(ts::rms(out[0], 48000) / ts::rms(in[0], 48000));
     EXPECT_GT(level, -6.0);
     EXPECT_LT(level, 3.0);
-}
-
-TEST(Reverb, HalfMixBlendsDryAndWet) {
-    auto reverb = preparedReverb(48000.0, 50.0f);
-    ts::Channels in(2, 4800);
-    in[0][0] = in[1][0] = 1.0f;
-    auto out = ts::renderThrough(*reverb, in);
-    EXPECT_NEAR(out[0][0], 0.5f, 0.01f);  // half of the direct sound, the room starts later
-    EXPECT_GT(ts::rms(out[0], 100), 0.0);
 }
