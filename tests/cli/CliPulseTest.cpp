@@ -24,6 +24,7 @@ using parlova::VirtualMic;
 using parlova::testcli::Result;
 using parlova::testcli::runCli;
 using parlova::testpulse::PrivateServer;
+using parlova::testpulse::VirtualMicModules;
 
 namespace {
 
@@ -39,19 +40,6 @@ protected:
         server->pactl("set-default-sink speakers");
     }
     std::string defaultSource() { return server->pactl("get-default-source"); }
-};
-
-// "Parlova Mic" as the installer loads it, without touching the login files.
-struct VirtualMicModules {
-    PrivateServer& server;
-    int sink, source;
-    explicit VirtualMicModules(PrivateServer& s)
-        : server(s), sink(s.nullSink(VirtualMic::kSinkName, "Parlova Mic")),
-          source(s.remapSource(VirtualMic::kSinkName, VirtualMic::kSourceName, "Parlova Mic")) {}
-    ~VirtualMicModules() {
-        server.unloadModule(source);
-        server.unloadModule(sink);
-    }
 };
 
 }  // namespace

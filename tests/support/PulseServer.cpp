@@ -1,6 +1,7 @@
 #include "support/PulseServer.h"
 
 #include "devices/AudioDeviceList.h"
+#include "devices/VirtualMic.h"
 #include "devices/pulse/PulseControl.h"
 #include "support/TestAudio.h"
 
@@ -117,6 +118,15 @@ int PrivateServer::remapSource(const std::string& sink, const std::string& name,
 
 void PrivateServer::unloadModule(int index) const {
     if (index >= 0) pactl("unload-module " + std::to_string(index));
+}
+
+VirtualMicModules::VirtualMicModules(const PrivateServer& s)
+    : server(s), sink(s.nullSink(VirtualMic::kSinkName, "Parlova Mic")),
+      source(s.remapSource(VirtualMic::kSinkName, VirtualMic::kSourceName, "Parlova Mic")) {}
+
+VirtualMicModules::~VirtualMicModules() {
+    server.unloadModule(source);
+    server.unloadModule(sink);
 }
 
 bool waitUntil(const std::function<bool()>& done, int ms) {
