@@ -28,15 +28,12 @@ PitchTracker trackerAt(double sampleRate) {
 
 }  // namespace
 
-TEST(PitchTracker, FindsTonesInTheRangeOfSpeechAtAnyRateAndNothingWrongOutsideIt) {
-    // 44.1 kHz is analysed on the 12 kHz lag grid, so 200 Hz reads as 218.2.
-    const struct { double rate, hz; float expected, tolerance; } cases[] = {
-        {48000, 200, 200.0f, 0.01f}, {96000, 200, 200.0f, 0.01f}, {44100, 200, 12000.0f / 55.0f, 0.05f},
-        {48000, 100, 100.0f, 0.01f}};
-    for (const auto& c : cases) {
-        auto tracker = trackerAt(c.rate);
-        feed(tracker, ts::tone(c.hz, c.rate, static_cast<size_t>(c.rate)));
-        EXPECT_NEAR(tracker.smoothedHz(), c.expected, c.tolerance) << c.rate << " " << c.hz;
+// At the chain's rate, the only one the tracker runs at.
+TEST(PitchTracker, FindsTonesInTheRangeOfSpeechAndNothingWrongOutsideIt) {
+    for (double hz : {100.0, 200.0}) {
+        auto tracker = trackerAt(48000);
+        feed(tracker, ts::tone(hz, 48000, 48000));
+        EXPECT_NEAR(tracker.smoothedHz(), hz, 0.01) << hz;
     }
     // Above and below its range the tracker reads nothing, or an octave, never a wrong pitch.
     auto high = trackerAt(48000);
