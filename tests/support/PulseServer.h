@@ -60,7 +60,6 @@ class MicFeed {
 public:
     explicit MicFeed(const std::string& file, bool loop = false);
     ~MicFeed();
-    bool waitDone(int ms) { return process_.waitForFinished(ms); }
 
 private:
     QProcess process_;
