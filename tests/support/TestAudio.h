@@ -1,8 +1,9 @@
 #pragma once
 // Test audio: synthesized tones and noise, WAV files, speech from espeak-ng,
-// temporary folders, the engine's error sentences, and the measurements tests make on rendered audio (level,
-// fundamental to a fraction of a cent, formant shift). Shared by the tests of every
-// subsystem; real tools are optional and reported missing, never faked.
+// temporary folders, the engine's error sentences, and the measurements tests
+// make on rendered audio (level, fundamental to a fraction of a cent, formant
+// shift). Shared by the tests of every subsystem; real tools are optional and
+// reported missing, never faked.
 #include "common/VoiceEngineError.h"
 
 #include <cmath>
