@@ -1,10 +1,10 @@
 // parlova-cli clone as a user runs it, with private settings and data folders
 // and voice cloning not set up.
+#include "cli/CliProcess.h"
 #include "support/TestAudio.h"
 
 #include <QDir>
 #include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -16,21 +16,12 @@ namespace {
 class CloneCli : public ::testing::Test {
 protected:
     QTemporaryDir home;
-    struct Result {
-        int exitCode;
-        QString out, err;
-    };
-    Result clone(const QStringList& args) {
-        QProcess process;
+    testcli::Result clone(const QStringList& args) {
         auto env = QProcessEnvironment::systemEnvironment();
         env.insert("HOME", home.path());
         env.insert("XDG_CONFIG_HOME", home.filePath("config"));
         env.insert("XDG_DATA_HOME", home.filePath("data"));
-        process.setProcessEnvironment(env);
-        process.start(PARLOVA_CLI_PATH, QStringList{"clone"} + args);
-        EXPECT_TRUE(process.waitForFinished(60000));
-        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
+        return testcli::runCli(QStringList{"clone"} + args, {}, env);
     }
     QString libraryFolder() { return home.filePath("data/Parlova/ClonedVoices"); }
 };
@@ -61,9 +52,9 @@ TEST_F(CloneCli, VoicesSamplesAndTheSentencesOfFailures) {
     };
     for (const auto& step : steps) {
         const auto r = clone(step.args);
-        EXPECT_EQ(r.exitCode, step.exitCode) << step.args.join(' ').toStdString() << "\n" << r.err.toStdString();
-        EXPECT_TRUE((r.out + r.err).contains(step.says)) << step.args.join(' ').toStdString() << "\n"
-                                                          << (r.out + r.err).toStdString();
+        const QString said = r.text() + r.err;
+        EXPECT_EQ(r.code, step.exitCode) << step.args.join(' ').toStdString() << "\n" << r.err.toStdString();
+        EXPECT_TRUE(said.contains(step.says)) << step.args.join(' ').toStdString() << "\n" << said.toStdString();
     }
 
     // A damaged library is kept aside, and the tool goes on with an empty one.
@@ -72,8 +63,8 @@ TEST_F(CloneCli, VoicesSamplesAndTheSentencesOfFailures) {
     library.write("{damaged");
     library.close();
     const auto r = clone({"list"});
-    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.code, 0);
     EXPECT_TRUE(r.err.contains("library-unreadable-")) << r.err.toStdString();
-    EXPECT_FALSE(r.out.contains("Grandma"));
+    EXPECT_FALSE(r.text().contains("Grandma"));
     EXPECT_EQ(QDir(libraryFolder()).entryList({"library-unreadable-*.json"}).size(), 1);
 }

@@ -2,6 +2,7 @@
 // real worker's test voice, heard by another client recording the output.
 #include "engine/CloneRoute.h"
 #include "cloning/CloneWorkerSupport.h"
+#include "devices/VirtualMic.h"
 #include "engine/VoiceEngine.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
@@ -57,18 +58,14 @@ TEST(CloneLivePulse, AnotherClientHearsTheConvertedVoice) {
     EXPECT_EQ(engine.liveGraph()->chain(), nullptr);  // no effect chain on this route
 
     // In a call, an app recording the virtual mic hears the cloned voice.
-    auto* server = PrivateServer::get();
-    const int sink = server->nullSink("parlova_mic", "Parlova Mic");
-    const int source = server->remapSource("parlova_mic", "parlova_mic_source", "Parlova Mic");
+    VirtualMicModules mic(*PrivateServer::get());
     ASSERT_TRUE(waitUntil([] { return AudioDeviceList::virtualCableID().has_value(); }, 2000));
     engine.setCallMode(true);
     ASSERT_TRUE(waitUntil([&] { return engine.liveIsCall() && engine.cloneRoute()->isStreaming(); }, 30000))
         << engine.errorMessage().toStdString();
-    expectSpeech("parlova_mic_source");
+    expectSpeech(VirtualMic::kSourceName);
 
     engine.toggleLive();
-    server->unloadModule(source);
-    server->unloadModule(sink);
     EXPECT_FALSE(engine.cloneRoute()->isStreaming());
     EXPECT_EQ(engine.errorMessage(), "");
 }

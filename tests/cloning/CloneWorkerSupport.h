@@ -4,9 +4,8 @@
 // with the offline test voice and the small recogniser that ships in a package.
 #include "cloning/CloneLibrary.h"
 #include "cloning/VoiceCloner.h"
+#include "support/PulseServer.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QDir>
 
 #include <functional>
@@ -26,9 +25,7 @@ void addTestWorkerEnvironment(QProcessEnvironment& environment);
 // Runs the event loop until `done` holds or a generous limit passes (a stuck
 // worker fails the test instead of hanging it).
 inline bool waitFor(const std::function<bool()>& done, int limitMs = 180000) {
-    QDeadlineTimer deadline(limitMs);
-    while (!done() && !deadline.hasExpired()) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return done();
+    return testpulse::waitUntil(done, limitMs);
 }
 
 // A voice in `library` with about `seconds` of espeak-ng speech read from

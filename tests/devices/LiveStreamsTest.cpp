@@ -39,14 +39,7 @@ DeviceEntry entry(const std::string& uid) {
     return e ? *e : DeviceEntry{};
 }
 
-std::string refusal(const std::function<void()>& open) {
-    try {
-        open();
-    } catch (const VoiceEngineError& e) {
-        return e.errorDescription();
-    }
-    return "(opened)";
-}
+std::string refusal(const std::function<void()>& open) { return testaudio::errorOf(open, "(opened)"); }
 
 }  // namespace
 

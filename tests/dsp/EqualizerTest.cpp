@@ -12,18 +12,19 @@ namespace ts = parlova::testaudio;
 
 namespace {
 
-std::unique_ptr<Equalizer> preparedEq(double rate = 48000.0, int channels = 2) {
+// At the chain's rate, the only one it runs at.
+std::unique_ptr<Equalizer> preparedEq(int channels = 2) {
     auto eq = std::make_unique<Equalizer>();
-    eq->setFormat({rate, channels});
+    eq->setFormat({48000.0, channels});
     eq->allocateRenderResources();
     return eq;
 }
 
 // Steady-state gain in dB of a sine at `hz` through `eq` (second half measured).
-double gainAt(Equalizer& eq, double hz, double rate = 48000.0) {
-    const size_t frames = static_cast<size_t>(rate / 2);
+double gainAt(Equalizer& eq, double hz) {
+    const size_t frames = 24000;
     ts::Channels in(1, frames);
-    in[0] = ts::tone(hz, rate, frames, 0.25f);
+    in[0] = ts::tone(hz, 48000, frames, 0.25f);
     auto out = ts::renderThrough(eq, in);
     return ts::toDb(ts::rms(out[0], frames / 2) / ts::rms(in[0], frames / 2));
 }
@@ -69,23 +70,21 @@ TEST(Equalizer, BypassedBandsAndZeroGainLeaveTheSignalBitIdentical) {
 }
 
 TEST(Equalizer, CutFiltersMeasureAsButterworth) {
-    for (double rate : {48000.0, 44100.0}) {
-        auto eq = preparedEq(rate, 1);
-        eq->setBand(0, 200.0f, 0.0f, false);  // low cut at 200 Hz
-        EXPECT_NEAR(gainAt(*eq, 200, rate), -3.01, 0.15) << rate;
-        EXPECT_LT(gainAt(*eq, 50, rate), -22.0);  // two octaves below: about -24 dB
-        EXPECT_NEAR(gainAt(*eq, 3000, rate), 0.0, 0.1);
+    auto eq = preparedEq(1);
+    eq->setBand(0, 200.0f, 0.0f, false);  // low cut at 200 Hz
+    EXPECT_NEAR(gainAt(*eq, 200), -3.01, 0.15);
+    EXPECT_LT(gainAt(*eq, 50), -22.0);  // two octaves below: about -24 dB
+    EXPECT_NEAR(gainAt(*eq, 3000), 0.0, 0.1);
 
-        eq->setBand(0, 200.0f, 0.0f, true);
-        eq->setBand(3, 4000.0f, 0.0f, false);  // high cut at 4 kHz
-        EXPECT_NEAR(gainAt(*eq, 4000, rate), -3.01, 0.15) << rate;
-        EXPECT_LT(gainAt(*eq, 16000, rate), -22.0);
-        EXPECT_NEAR(gainAt(*eq, 300, rate), 0.0, 0.1);
-    }
+    eq->setBand(0, 200.0f, 0.0f, true);
+    eq->setBand(3, 4000.0f, 0.0f, false);  // high cut at 4 kHz
+    EXPECT_NEAR(gainAt(*eq, 4000), -3.01, 0.15);
+    EXPECT_LT(gainAt(*eq, 16000), -22.0);
+    EXPECT_NEAR(gainAt(*eq, 300), 0.0, 0.1);
 }
 
 TEST(Equalizer, ShelfAndPresenceBoostWhereTheyShould) {
-    auto eq = preparedEq(48000.0, 1);
+    auto eq = preparedEq(1);
     eq->setBand(1, 200.0f, 6.0f, false);
     EXPECT_NEAR(gainAt(*eq, 30), 6.0, 0.5);
     EXPECT_NEAR(gainAt(*eq, 200), 3.0, 0.5);  // half the shelf at its frequency
@@ -98,20 +97,12 @@ TEST(Equalizer, ShelfAndPresenceBoostWhereTheyShould) {
     EXPECT_LT(gainAt(*eq, 1000), 4.5);
     EXPECT_LT(gainAt(*eq, 6000), 4.5);
     EXPECT_NEAR(gainAt(*eq, 150), 0.0, 0.3);
-
     eq->setBand(2, 2400.0f, -9.0f, false);
     EXPECT_NEAR(gainAt(*eq, 2400), -9.0, 0.1);
-
-    // All together plus global gain: gains add up in dB at a frequency where
-    // only the shelf and the global gain act.
-    eq->setBand(1, 200.0f, 6.0f, false);
-    eq->setBand(2, 2400.0f, 0.0f, true);
-    eq->setGlobalGain(-6.0f);
-    EXPECT_NEAR(gainAt(*eq, 40), 0.0, 0.5);
 }
 
 TEST(Equalizer, PicksUpChangesAtTheNextRenderCall) {
-    auto eq = preparedEq(48000.0, 1);
+    auto eq = preparedEq(1);
     ts::Channels in(1, 1024);
     in[0] = ts::tone(8000, 48000, 1024, 0.5f);
     ts::MemorySource source(in.data);

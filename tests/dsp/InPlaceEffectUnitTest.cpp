@@ -10,21 +10,17 @@ namespace {
 
 // Fills every buffer with a ramp (1000 apart per channel) so tests see where the pulled audio landed.
 struct RampSource : AudioSource {
-    int32_t result = status::ok;
-    int pulls = 0;
     int32_t pull(BufferList& out, int frames) noexcept override {
-        ++pulls;
-        for (int c = 0; c < out.count && result == status::ok; ++c)
+        for (int c = 0; c < out.count; ++c)
             for (int i = 0; i < frames; ++i) out.data[c][i] = static_cast<float>(i + 1000 * c);
-        return result;
+        return status::ok;
     }
 };
 
 struct DoublingUnit : InPlaceEffectUnit {
-    int prepared = 0, processed = 0;
+    int prepared = 0;
     void prepare(const AudioFormat&, int) override { ++prepared; }
     void process(BufferList& b, int frames) noexcept override {
-        ++processed;
         for (int c = 0; c < b.count; ++c)
             for (int i = 0; i < frames; ++i) b.data[c][i] *= 2.0f;
     }

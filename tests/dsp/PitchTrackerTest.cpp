@@ -28,44 +28,17 @@ PitchTracker trackerAt(double sampleRate) {
 
 }  // namespace
 
-TEST(PitchTracker, NeedsAFullRingBeforeTheFirstAnalysis) {
-    auto tracker = trackerAt(48000);
-    const auto tone = ts::tone(200, 48000, 680 * 4);
-    tracker.analyze(tone.data(), static_cast<int64_t>(tone.size() - 1));
-    EXPECT_EQ(tracker.smoothedHz(), 0.0f);
-    EXPECT_EQ(tracker.detections(), 0);
-    tracker.analyze(tone.data() + tone.size() - 1, 1);  // the ring is full now
-    EXPECT_EQ(tracker.detections(), 1);
-    EXPECT_NEAR(tracker.smoothedHz(), 200.0f, 0.01f);
-
-    // A reset empties the ring again: the same short run detects nothing.
-    tracker.reset(48000);
-    tracker.analyze(tone.data(), static_cast<int64_t>(tone.size() - 1));
-    EXPECT_EQ(tracker.smoothedHz(), 0.0f);
-    EXPECT_EQ(tracker.detections(), 0);
-}
-
-TEST(PitchTracker, ReportsTonesOnIntegerLagsOfTheNominalRate) {
-    // 200 Hz at 48 kHz: lag 60 of the decimated signal; 96 kHz decimates by 8 and
-    // lands on the same lag; 44.1 kHz analyses at 11025 Hz but converts with
-    // 12000 (lag 55 -> 218.2 Hz); lags range to 198, so 100 Hz (lag 120) is found.
-    const struct { double rate, hz; float expected, tolerance; } cases[] = {
-        {48000, 200, 200.0f, 0.01f}, {96000, 200, 200.0f, 0.01f}, {44100, 200, 12000.0f / 55.0f, 0.05f},
-        {48000, 100, 100.0f, 0.01f}};
-    for (const auto& c : cases) {
-        auto tracker = trackerAt(c.rate);
-        feed(tracker, ts::tone(c.hz, c.rate, static_cast<size_t>(c.rate)));
-        EXPECT_NEAR(tracker.smoothedHz(), c.expected, c.tolerance) << c.rate << " " << c.hz;
+// At the chain's rate, the only one the tracker runs at.
+TEST(PitchTracker, FindsTonesInTheRangeOfSpeechAndNothingWrongOutsideIt) {
+    for (double hz : {100.0, 200.0}) {
+        auto tracker = trackerAt(48000);
+        feed(tracker, ts::tone(hz, 48000, 48000));
+        EXPECT_NEAR(tracker.smoothedHz(), hz, 0.01) << hz;
     }
-    // One analysis every 20 ms once the ring is full.
-    auto tracker = trackerAt(48000);
-    feed(tracker, ts::tone(200, 48000, 48000));
-    EXPECT_EQ(tracker.detections(), 1 + (12000 - 680) / 240);
-    // 440 Hz has its period at lag 27, under the smallest lag: never 440.
+    // Above and below its range the tracker reads nothing, or an octave, never a wrong pitch.
     auto high = trackerAt(48000);
     feed(high, ts::tone(440, 48000, 48000));
     EXPECT_TRUE(high.smoothedHz() == 0.0f || std::fabs(high.smoothedHz() - 220.0f) < 5.0f) << high.smoothedHz();
-    // 40 Hz (lag 300) is out of range.
     auto tooLow = trackerAt(48000);
     feed(tooLow, ts::tone(40, 48000, 48000, 0.5f));
     EXPECT_TRUE(tooLow.smoothedHz() == 0.0f || tooLow.smoothedHz() >= 60.0f) << tooLow.smoothedHz();
@@ -75,7 +48,7 @@ TEST(PitchTracker, SilenceAndNearSilenceChangeNothing) {
     auto tracker = trackerAt(48000);
     feed(tracker, ts::tone(150, 48000, 24000));
     // Flush the tone out of the ring first: the analysis window lags the input.
-    feed(tracker, std::vector<float>(680 * 4, 0.0f));
+    feed(tracker, std::vector<float>(PitchTracker::kRingSize * 4, 0.0f));
     const float hz = tracker.smoothedHz();
     const auto detections = tracker.detections();
     const float logPitch = tracker.logPitch();
@@ -94,33 +67,24 @@ TEST(PitchTracker, SilenceAndNearSilenceChangeNothing) {
     EXPECT_EQ(quiet.detections(), 0);
 }
 
-TEST(PitchTracker, SmoothsSlowlyAndGatesOutliersAfterElevenDetections) {
+TEST(PitchTracker, OnceSettledIgnoresOutliersAndCreepsTowardsANewPitch) {
     auto tracker = trackerAt(48000);
-    // About 110 Hz (lag 109 -> 110.09 Hz) for half a second: well over 11 detections.
-    feed(tracker, ts::tone(110, 48000, 24000));
-    ASSERT_GE(tracker.detections(), 11);
+    feed(tracker, ts::tone(110, 48000, 24000));  // half a second: settled
     const float settled = tracker.smoothedHz();
-    EXPECT_NEAR(settled, 12000.0f / 109.0f, 0.01f);
+    EXPECT_NEAR(settled, 110.0f, 0.5f);
 
-    // More than 0.8 octave away (above ~191 Hz or below ~63 Hz): ignored for good.
+    // Far off (a cracking voice, a whistle): ignored for good.
     const auto before = tracker.detections();
     feed(tracker, ts::tone(250, 48000, 48000 * 2));
     EXPECT_EQ(tracker.detections(), before);
     EXPECT_EQ(tracker.smoothedHz(), settled);
 
-    // Within the gate the estimate creeps over: 3% of the log distance per analysis.
+    // Within reach the estimate moves over slowly, a third of the way at most in a quarter second.
     feed(tracker, ts::tone(160, 48000, 12000));
-    const float afterQuarterSecond = tracker.smoothedHz();
-    EXPECT_GT(afterQuarterSecond, settled);
-    EXPECT_LT(afterQuarterSecond, 125.0f);  // ~11 analyses move it under a third of the way
+    EXPECT_GT(tracker.smoothedHz(), settled);
+    EXPECT_LT(tracker.smoothedHz(), 125.0f);
     feed(tracker, ts::tone(160, 48000, 48000 * 4));
     EXPECT_NEAR(tracker.smoothedHz(), 160.0f, 3.0f);
-
-    // A fresh tracker takes its first detection at face value.
-    auto fresh = trackerAt(48000);
-    feed(fresh, ts::tone(250, 48000, 680 * 4));
-    EXPECT_EQ(fresh.detections(), 1);
-    EXPECT_NEAR(fresh.smoothedHz(), 12000.0f / 48.0f, 0.01f);
 }
 
 TEST(PitchTracker, TrackingIsIndependentOfBlockSize) {

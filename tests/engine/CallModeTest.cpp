@@ -12,47 +12,24 @@
 
 #include <gtest/gtest.h>
 
-#include <mutex>
 
 using namespace parlova;
 using namespace parlova::testaudio;
 
 namespace {
 
+constexpr uint32_t kLaptopMic = 1, kHeadsetMic = 2, kCable = 5;
+
 // A server whose default input moves when asked, and whenever the test says.
 class MovableServer : public FakeBackend {
 public:
-    MovableServer() : FakeBackend([this] {
-        std::lock_guard lock(mutex_);
-        return table_;
-    }) {}
-    bool setDefaultInput(const DeviceEntry& device) override {
-        std::lock_guard lock(mutex_);
-        table_.defaultInput = device.id;
-        return true;
-    }
+    MovableServer() : FakeBackend([] { return fakeMachine(); }) {}
     void userPicks(uint32_t id) {
-        {
-            std::lock_guard lock(mutex_);
-            table_.defaultInput = id;
-        }
+        setDefaultInput(*fakeMachine().find(id));
         emit events().defaultsChanged();
     }
-    uint32_t systemMic() {
-        std::lock_guard lock(mutex_);
-        return *table_.defaultInput;
-    }
-    DeviceTable table() {
-        std::lock_guard lock(mutex_);
-        return table_;
-    }
-
-private:
-    std::mutex mutex_;
-    DeviceTable table_ = fakeMachine();
+    uint32_t systemMic() { return defaultInput().value_or(kLaptopMic); }
 };
-
-constexpr uint32_t kLaptopMic = 1, kHeadsetMic = 2, kCable = 5;
 
 // Lets the job thread and the queued completions run.
 void settle(BackendJobs& jobs) {
@@ -73,7 +50,7 @@ TEST(CallMode, AMovedMicrophoneIsPublishedTakenBackOnRequestAndLeftAsChosenAtThe
     CallMode call(settings, &server, jobs);
     const auto claim = LiveOwner::claimLive();  // this process runs the call
 
-    call.useVirtualCableAsSystemMic(server.table());
+    call.useVirtualCableAsSystemMic(fakeMachine());
     settle(jobs);
     EXPECT_EQ(server.systemMic(), kCable);
     EXPECT_EQ(call.savedMic(), "laptop_mic");

@@ -165,13 +165,7 @@ TEST(CleanMic, KeepsTheFirstSyllableWhole) {
     std::vector<float> input(static_cast<size_t>(0.5 * kRate), 0.0f);
     const auto vowel = ts::tone(150, kRate, static_cast<size_t>(0.3 * kRate), 0.3f, ts::Wave::vowel);
     input.insert(input.end(), vowel.begin(), vowel.end());
-    ts::TempFolder folder;
-    ASSERT_TRUE(ts::writeWav(folder.file("vowel.wav"), ts::spread(input, kRate)));
-    renderOffline(folder.file("vowel.wav"), folder.file("plain.wav"), Voice::natural());
-    renderOffline(folder.file("vowel.wav"), folder.file("cleaned.wav"), Voice::natural(), {},
-                  std::make_shared<CleanMicControl>());
-    const auto plain = ts::readAudioFile(folder.file("plain.wav")).channels[0];
-    const auto cleaned = ts::readAudioFile(folder.file("cleaned.wav")).channels[0];
+    const auto [plain, cleaned] = render(input);
     const auto onset = static_cast<size_t>(
         std::find_if(plain.begin(), plain.end(), [](float s) { return std::fabs(s) > 0.01f; }) - plain.begin());
     ASSERT_LT(onset, plain.size());

@@ -4,11 +4,10 @@
 #include "control/VoiceSelection.h"
 #include "engine/VoiceEngine.h"
 #include "support/FakeBackend.h"
+#include "support/PulseServer.h"
 #include "support/TestAudio.h"
 #include "voices/VoiceStore.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -38,11 +37,7 @@ struct Offline {
         server.microphone = tone(kTalkerHz, kRate, size_t(60 * kRate), 0.3f, Wave::vowel);
     }
     // Runs the main thread's events until `done` (the job thread opens and closes streams).
-    bool settle(const std::function<bool()>& done) {
-        QDeadlineTimer deadline(10000);
-        while (!done() && !deadline.hasExpired()) QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        return done();
-    }
+    bool settle(const std::function<bool()>& done) { return testpulse::waitUntil(done, 10000); }
     bool goLive() {
         engine.toggleLive();
         return settle([&] { return engine.liveGraph() && server.runningStreams() >= 2; });
@@ -102,16 +97,3 @@ TEST(EngineOffline, PushToTalkSilencesTheOutputUntilTheKeyIsHeldAndSwitchesWitho
     const size_t press = size_t(1.5 * kRate);
     EXPECT_LT(largestStep(0, heard.size()), 1.5f * largestStep(press + size_t(0.5 * kRate), 2 * press));
 }
-
-TEST(EngineOffline, CallModeMakesTheVirtualMicTheSystemMicAndGivesTheRealOneBack) {
-    Offline o;
-    o.engine.setCallMode(true);
-    ASSERT_TRUE(o.goLive());
-    EXPECT_TRUE(o.engine.liveIsCall());
-    EXPECT_TRUE(o.settle([&] { return o.server.defaultInput() == std::optional<uint32_t>(5); }));
-    EXPECT_GT(toDb(rms(o.play(1.5))), -30);  // the voice goes into the call
-    o.engine.toggleLive();
-    EXPECT_TRUE(o.settle([&] { return o.server.defaultInput() == std::optional<uint32_t>(1); }));
-    EXPECT_TRUE(o.settle([&] { return o.server.runningStreams() == 0; }));
-}
-

@@ -1,5 +1,6 @@
 // Live and call mode against a private sound server: what comes out of the
 // output device and the virtual mic is recorded by another client and measured.
+#include "devices/VirtualMic.h"
 #include "engine/VoiceEngine.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
@@ -38,19 +39,6 @@ Voice steadyVoice(float pitchCents) {
     v.pitch = pitchCents;
     return v;
 }
-
-// The virtual microphone as the installer makes it: a null sink and a remap of its monitor.
-struct VirtualMicModules {
-    PrivateServer& server;
-    int sink, source;
-    explicit VirtualMicModules(PrivateServer& s)
-        : server(s), sink(s.nullSink("parlova_mic", "Parlova Mic")),
-          source(s.remapSource("parlova_mic", "parlova_mic_source", "Parlova Mic")) {}
-    ~VirtualMicModules() {
-        server.unloadModule(source);
-        server.unloadModule(sink);
-    }
-};
 
 class LiveModePulse : public ::testing::Test {
 protected:
@@ -121,7 +109,7 @@ TEST_F(LiveModePulse, CallModeFeedsTheVirtualMicAndGivesTheRealMicBack) {
     EXPECT_EQ(settings->value(VoiceEngine::kMicBeforeCallModeKey).toString(), "fake_mic");
 
     // Another app recording the system microphone hears the changed voice.
-    SourceRecorder app("parlova_mic_source", file("call.wav"));
+    SourceRecorder app(VirtualMic::kSourceName, file("call.wav"));
     pump(3000);
     EXPECT_NEAR(testaudio::cents(measuredHz(app.stop()), 150.0), -400.0, 5.0);
 

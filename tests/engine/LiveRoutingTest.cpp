@@ -5,6 +5,7 @@
 #include "common/VoiceEngineError.h"
 #include "support/FakeBackend.h"
 #include "support/PulseServer.h"
+#include "support/TestAudio.h"
 
 #include <gtest/gtest.h>
 
@@ -15,12 +16,7 @@ namespace {
 DeviceTable machine() { return testaudio::fakeMachine(); }
 
 std::string routeError(const DeviceTable& table, const RouteRequest& request) {
-    try {
-        routeLive(table, request);
-    } catch (const VoiceEngineError& e) {
-        return e.errorDescription();
-    }
-    return {};
+    return testaudio::errorOf([&] { routeLive(table, request); }, "");
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 // The render path must never touch the heap: the capture side (fan-out, the
 // recording tap, the bridge write) and the output side (bridge read, the
 // clean-mic stage with its denoiser, the whole chain, the meter tap, the
-// volume ramp, the monitor bridge) of a live route, and the rate conversion of
-// clip playback, run with allocation counting on. The route renders on a
+// volume ramp, the monitor bridge) of a live route at both delay settings, and
+// the rate conversion of clip playback, run with allocation counting on. The route renders on a
 // thread of its own, as on an audio thread, so that a library which sets
 // itself up per thread on first use is caught too.
 #include "engine/CleanMic.h"
@@ -76,74 +76,50 @@ TEST(RenderAllocation, LiveRouteAndPlaybackConversionNeverAllocate) {
 #ifndef PARLOVA_COUNT_ALLOCATIONS
     GTEST_SKIP() << "allocation counting is off under the sanitizers";
 #endif
-    testaudio::FakeBackend backend([] { return DeviceTable{}; });
-    LiveRoute route{device(1, true), device(2, false), device(3, false), true};
     Voice voice = Voice::builtIns()[0];  // every stage active: shift, vibrato, grain, EQ, reverb, tremolo
     voice.targetPitch = 200;
-    std::atomic<int> recorded{0};
-    // The low-delay setting: the normal shifter timing is the chain test's.
-    LiveGraph graph(backend, route,
-                    CleanMicStage::wrap(EffectVoiceStage::factory(voice, ShifterTiming::low()),
-                                        std::make_shared<CleanMicControl>()),
-                    [&](const float*, int frames) { recorded += frames; }, [](const float*, int) {}, {},
-                    RouteBuffering::low());
-    ASSERT_EQ(backend.outputs.size(), 2u);  // the output, then the monitor
-    graph.start();
-    graph.setAudible(true);
+    // The standard setting and the low-delay one, which changes the shifter's block and every buffer.
+    const std::pair<ShifterTiming, RouteBuffering> settings[] = {{ShifterTiming::normal(), RouteBuffering::normal()},
+                                                                 {ShifterTiming::low(), RouteBuffering::low()}};
+    for (const auto& [timing, buffering] : settings) {
+        testaudio::FakeBackend backend([] { return DeviceTable{}; });
+        LiveRoute route{device(1, true), device(2, false), device(3, false), true};
+        std::atomic<int> recorded{0};
+        LiveGraph graph(backend, route,
+                        CleanMicStage::wrap(EffectVoiceStage::factory(voice, timing), std::make_shared<CleanMicControl>()),
+                        [&](const float*, int frames) { recorded += frames; }, [](const float*, int) {}, {}, buffering);
+        ASSERT_EQ(backend.outputs.size(), 2u);  // the output, then the monitor
+        graph.start();
+        graph.setAudible(true);
 
-    std::vector<float> mic(480), left(480), right(480);
-    for (size_t i = 0; i < mic.size(); ++i) mic[i] = 0.3f * static_cast<float>(std::sin(0.02 * i));
-    BufferList list;
-    list.count = 2;
-    list.data[0] = left.data();
-    list.data[1] = right.data();
-    std::vector<float> fileInput(44100);
-    testaudio::MemorySource file({fileInput});
-    auto converted = RateConvertingSource::create(&file, 1, 44100, kChainSampleRate);
-    ASSERT_TRUE(converted);
-    BufferList one;
-    one.count = 1;
-    one.data[0] = left.data();
+        std::vector<float> mic(480), left(480), right(480);
+        for (size_t i = 0; i < mic.size(); ++i) mic[i] = 0.3f * static_cast<float>(std::sin(0.02 * i));
+        BufferList list;
+        list.count = 2;
+        list.data[0] = left.data();
+        list.data[1] = right.data();
+        std::vector<float> fileInput(44100);
+        testaudio::MemorySource file({fileInput});
+        auto converted = RateConvertingSource::create(&file, 1, 44100, kChainSampleRate);
+        ASSERT_TRUE(converted);
+        BufferList one;
+        one.count = 1;
+        one.data[0] = left.data();
 
-    std::thread audio([&] {
-        counting = true;
-        for (int block = 0; block < 200; ++block) {
-            graph.mic().capturedAudio(mic.data(), static_cast<int>(mic.size()));
-            graph.chain()->modulate(block * 0.01);
-            backend.outputs[0]->pull(list, 480);
-            backend.outputs[1]->pull(list, 480);
-            converted->pull(one, 480);
-        }
-        counting = false;
-    });
-    audio.join();
-    EXPECT_EQ(allocations.load(), 0);
-    graph.stop();
-}
-
-TEST(RenderAllocation, ChainRenderAndModulationNeverAllocate) {
-#ifndef PARLOVA_COUNT_ALLOCATIONS
-    GTEST_SKIP() << "allocation counting is off under the sanitizers";
-#endif
-    std::vector<float> input(48000 * 2);
-    for (size_t i = 0; i < input.size(); ++i) input[i] = 0.3f * static_cast<float>(std::sin(0.02 * i));
-    testaudio::MemorySource source({input});
-    Voice voice = Voice::builtIns()[0];  // every stage active: shift, vibrato, grain, EQ, reverb, tremolo
-    voice.targetPitch = 200;
-    VoiceChain chain(voice, &source, {48000, 1});
-    std::vector<float> left(256), right(256);
-    BufferList list;
-    list.count = 2;
-    list.data[0] = left.data();
-    list.data[1] = right.data();
-
-    counting = true;
-    int rendered = 0;
-    for (int block = 0; block < 375; ++block, rendered += 256) {
-        chain.modulate(rendered / 48000.0);
-        if (chain.render(list, 256) != status::ok) break;
+        allocations = 0;
+        std::thread audio([&] {
+            counting = true;
+            for (int block = 0; block < 200; ++block) {
+                graph.mic().capturedAudio(mic.data(), static_cast<int>(mic.size()));
+                graph.chain()->modulate(block * 0.01);
+                backend.outputs[0]->pull(list, 480);
+                backend.outputs[1]->pull(list, 480);
+                converted->pull(one, 480);
+            }
+            counting = false;
+        });
+        audio.join();
+        EXPECT_EQ(allocations.load(), 0) << timing.blockSeconds;
+        graph.stop();
     }
-    counting = false;
-    EXPECT_EQ(rendered, 375 * 256);
-    EXPECT_EQ(allocations.load(), 0);
 }

@@ -20,16 +20,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-template <typename Action>
-std::string errorOf(Action action, const char* none) {
-    try {
-        action();
-    } catch (const VoiceEngineError& e) {
-        return e.errorDescription();
-    }
-    return none;
-}
-
 std::string openError(const std::string& path) {
     return errorOf([&] { AudioFileReader::open(path); }, "(opened without error)");
 }

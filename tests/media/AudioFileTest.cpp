@@ -111,16 +111,11 @@ TEST_P(ExternalFileTest, DecodesToneWithRateChannelsLengthLevelAndPitch) {
 #define FF "ffmpeg -nostdin -y -i {in} "
 INSTANTIATE_TEST_SUITE_P(
     Formats, ExternalFileTest,
-    testing::Values(ExternalCase{"mp3_mono", ".mp3", FF "-c:a libmp3lame -b:a 128k {out}", 22050, 1, 22050, 0},
-                    ExternalCase{"mp3_stereo", ".mp3", FF "-c:a libmp3lame -b:a 128k {out}", 48000, 2, 48000, 0},
-                    ExternalCase{"vorbis_mono", ".ogg", FF "-c:a libvorbis -q:a 5 {out}", 48000, 1, 48000, 0},
+    testing::Values(ExternalCase{"mp3_stereo", ".mp3", FF "-c:a libmp3lame -b:a 128k {out}", 48000, 2, 48000, 0},
                     ExternalCase{"vorbis_stereo", ".ogg", FF "-c:a libvorbis -q:a 5 {out}", 22050, 2, 22050, 0},
                     ExternalCase{"opus_mono", ".opus", FF "-c:a libopus -b:a 96k {out}", 44100, 1, 48000, 0},
-                    ExternalCase{"opus_stereo", ".opus", FF "-c:a libopus -b:a 96k {out}", 22050, 2, 48000, 0},
-                    ExternalCase{"aac_mono", ".m4a", FF "-c:a aac -b:a 128k {out}", 44100, 1, 44100, 0},
                     ExternalCase{"aac_stereo", ".m4a", FF "-c:a aac -b:a 128k {out}", 22050, 2, 22050, 0},
                     ExternalCase{"flac_mono", ".flac", FF "-c:a flac {out}", 22050, 1, 22050, 0},
-                    ExternalCase{"flac_stereo", ".flac", FF "-c:a flac {out}", 44100, 2, 44100, 0},
                     ExternalCase{"raw_adts_aac", ".aac", FF "-c:a aac -f adts {out}", 48000, 2, 48000, 2048},
                     ExternalCase{"sox_flac_24bit", ".flac", "sox {in} -b 24 {out}", 48000, 2, 48000, 0},
                     // FFmpeg's decoder gives 128 frames fewer than the stream declares for
@@ -130,15 +125,10 @@ INSTANTIATE_TEST_SUITE_P(
     [](const testing::TestParamInfo<ExternalCase>& info) { return std::string(info.param.label); });
 #undef FF
 
-TEST(AudioFileTypes, ByExtensionIgnoringCase) {
-    EXPECT_EQ(audioFileTypeForPath("take.m4a"), AudioFileType::m4a);
+TEST(AudioFileTypes, ByTheNamesOwnExtensionInAnyCase) {
     EXPECT_EQ(audioFileTypeForPath("dir.x/Take.M4A"), AudioFileType::m4a);
-    EXPECT_EQ(audioFileTypeForPath("take.Wav"), AudioFileType::wav);
     EXPECT_EQ(audioFileTypeForPath("take.FLAC"), AudioFileType::flac);
-    EXPECT_EQ(audioFileTypeForPath("take.mp3"), std::nullopt);
-    EXPECT_EQ(audioFileTypeForPath("take"), std::nullopt);
     EXPECT_EQ(audioFileTypeForPath("m4a"), std::nullopt);
-    EXPECT_STREQ(extensionForAudioFileType(AudioFileType::flac), ".flac");
 }
 
 struct RoundTripCase {

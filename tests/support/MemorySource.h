@@ -31,19 +31,17 @@ private:
     size_t position_ = 0;
 };
 
-// A sine on every channel; notes the largest slice asked for, and can fail.
+// A sine on every channel; notes the largest slice asked for.
 class SineSource : public AudioSource {
 public:
     SineSource(double hz, double rate, float amplitude) : step_(2 * M_PI * hz / rate), amplitude_(amplitude) {}
     int32_t pull(BufferList& out, int frames) noexcept override {
         maxSlice = std::max(maxSlice.load(), frames);
-        if (failing) return status::renderError;
         for (int i = 0; i < frames; ++i, phase_ += step_)
             for (int c = 0; c < out.count; ++c) out.data[c][i] = amplitude_ * static_cast<float>(std::sin(phase_));
         return status::ok;
     }
     std::atomic<int> maxSlice{0};
-    std::atomic<bool> failing{false};
 
 private:
     double phase_ = 0, step_;

@@ -1,6 +1,7 @@
 #include "support/PulseServer.h"
 
 #include "devices/AudioDeviceList.h"
+#include "devices/VirtualMic.h"
 #include "devices/pulse/PulseControl.h"
 #include "support/TestAudio.h"
 
@@ -119,6 +120,15 @@ void PrivateServer::unloadModule(int index) const {
     if (index >= 0) pactl("unload-module " + std::to_string(index));
 }
 
+VirtualMicModules::VirtualMicModules(const PrivateServer& s)
+    : server(s), sink(s.nullSink(VirtualMic::kSinkName, "Parlova Mic")),
+      source(s.remapSource(VirtualMic::kSinkName, VirtualMic::kSourceName, "Parlova Mic")) {}
+
+VirtualMicModules::~VirtualMicModules() {
+    server.unloadModule(source);
+    server.unloadModule(sink);
+}
+
 bool waitUntil(const std::function<bool()>& done, int ms) {
     QElapsedTimer timer;
     timer.start();
@@ -145,12 +155,16 @@ uint32_t deviceId(const std::string& uid) {
 
 MicFeed::MicFeed(const std::string& file, bool loop) {
     const std::string play = "paplay -d mic_feed " + shellQuote(file);
-    process_.start("sh", {"-c", QString::fromStdString(loop ? "while " + play + "; do :; done" : "exec " + play)});
+    // A loop's shell hands a stop on to the paplay it waits for: otherwise that
+    // child would play on into the next test until its file ends.
+    const std::string looped = "trap 'kill $! 2>/dev/null; exit 0' TERM; while :; do " + play + " & wait $! || break; done";
+    process_.start("sh", {"-c", QString::fromStdString(loop ? looped : "exec " + play)});
     process_.waitForStarted(3000);
 }
 
 MicFeed::~MicFeed() {
-    // A loop's paplay child outlives the shell until its file ends.
+    process_.terminate();
+    if (process_.waitForFinished(3000)) return;
     process_.kill();
     process_.waitForFinished(3000);
 }

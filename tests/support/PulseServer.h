@@ -37,6 +37,16 @@ private:
     std::string dir_;
 };
 
+// "Parlova Mic" as the installer loads it (a null sink and a mono remap of its
+// monitor, under the installer's names), without touching any login file;
+// unloaded when this goes.
+struct VirtualMicModules {
+    explicit VirtualMicModules(const PrivateServer& server);
+    ~VirtualMicModules();
+    const PrivateServer& server;
+    int sink, source;
+};
+
 // Spins the Qt event loop until `done` or `ms` pass. True when done.
 bool waitUntil(const std::function<bool()>& done, int ms);
 // Spins the Qt event loop for `ms`.
@@ -50,7 +60,6 @@ class MicFeed {
 public:
     explicit MicFeed(const std::string& file, bool loop = false);
     ~MicFeed();
-    bool waitDone(int ms) { return process_.waitForFinished(ms); }
 
 private:
     QProcess process_;

@@ -1,8 +1,11 @@
 #pragma once
 // Test audio: synthesized tones and noise, WAV files, speech from espeak-ng,
-// temporary folders, and the measurements tests make on rendered audio (level,
-// fundamental to a fraction of a cent, formant shift). Shared by the tests of every
-// subsystem; real tools are optional and reported missing, never faked.
+// temporary folders, the engine's error sentences, and the measurements tests
+// make on rendered audio (level, fundamental to a fraction of a cent, formant
+// shift). Shared by the tests of every subsystem; real tools are optional and
+// reported missing, never faked.
+#include "common/VoiceEngineError.h"
+
 #include <cmath>
 #include <cstdint>
 #include <string>
@@ -86,6 +89,17 @@ int runQuiet(const std::string& command);
 int runCapture(const std::string& command, std::string* out);
 // Quotes one argument for the shell.
 std::string shellQuote(const std::string& arg);
+
+// The sentence of the engine error `action` throws, or `none` when it throws none.
+template <typename Action>
+std::string errorOf(Action action, const std::string& none = "(no error)") {
+    try {
+        action();
+    } catch (const VoiceEngineError& e) {
+        return e.errorDescription();
+    }
+    return none;
+}
 
 // `text` spoken by espeak-ng in en-us (`args`: more espeak-ng options such as "-p 80"
 // or "-v en+f3" to override the voice), read back through the engine's reader as mono audio at

@@ -1,7 +1,6 @@
+// A voice's identity. Its JSON form is checked where it is met: the settings
+// file (VoiceStoreTest) and the command line's export and import (CliTest).
 #include "voices/Voice.h"
-
-#include <QJsonDocument>
-#include <QJsonObject>
 
 #include <gtest/gtest.h>
 
@@ -19,28 +18,4 @@ TEST(Voice, FactoryLooksUpByPresetKeyOnlyAndEqualityCoversTheId) {
     zero.body = 0.0f;
     negativeZero.body = -0.0f;
     EXPECT_EQ(std::hash<Voice>{}(zero), std::hash<Voice>{}(negativeZero));
-}
-
-TEST(Voice, JsonRoundTrips) {
-    const Voice lady = Voice::builtIns()[0];
-    const QByteArray json = lady.toJson();
-    EXPECT_EQ(Voice::fromJson(QJsonDocument::fromJson(json).object()), std::optional<Voice>(lady));
-    EXPECT_EQ(Voice::natural().toJson().indexOf("presetKey"), -1);
-}
-
-TEST(Voice, DecodingRequiresEveryFieldButPresetKeyWithItsType) {
-    QJsonObject user = QJsonDocument::fromJson(Voice::builtIns()[1].toJson()).object();
-    user.remove("presetKey");
-    user.insert("somethingNew", 3);  // unknown keys are ignored
-    auto decoded = Voice::fromJson(user);
-    ASSERT_TRUE(decoded.has_value());
-    EXPECT_FALSE(decoded->presetKey.has_value());
-    const std::pair<const char*, QJsonValue> broken[] = {
-        {"id", QJsonValue::Undefined}, {"name", QJsonValue::Undefined}, {"emoji", QJsonValue::Undefined},
-        {"grain", QJsonValue::Undefined}, {"pitch", QJsonValue::Undefined}, {"gain", "loud"}, {"id", "not-a-uuid"}};
-    for (const auto& [key, value] : broken) {
-        QJsonObject object = user;
-        value.isUndefined() ? object.remove(key) : void(object.insert(key, value));
-        EXPECT_FALSE(Voice::fromJson(object).has_value()) << key;
-    }
 }
