@@ -17,11 +17,7 @@ class CloneCli : public ::testing::Test {
 protected:
     QTemporaryDir home;
     testcli::Result clone(const QStringList& args) {
-        auto env = QProcessEnvironment::systemEnvironment();
-        env.insert("HOME", home.path());
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        return testcli::runCli(QStringList{"clone"} + args, {}, env);
+        return testcli::runCli(QStringList{"clone"} + args, {}, testcli::privateHome(home.path()));
     }
     QString libraryFolder() { return home.filePath("data/Parlova/ClonedVoices"); }
 };

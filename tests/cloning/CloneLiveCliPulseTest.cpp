@@ -28,11 +28,7 @@ protected:
         if (const QString missing = clonetest::workerMissing(); !missing.isEmpty())
             GTEST_SKIP() << missing.toStdString();
         PrivateServer::get()->pactl("set-default-source fake_mic");
-        env = QProcessEnvironment::systemEnvironment();
-        env.insert("HOME", home.path());
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        env.insert("XDG_RUNTIME_DIR", home.path());
+        env = testcli::privateHome(home.path());
         clonetest::addTestWorkerEnvironment(env);
         // Cloning set up: the lab's worker is the source folder's, with its environment.
         const QString lab = home.filePath("data/Parlova/voice-lab");
