@@ -4,12 +4,10 @@
 #include "board/BoardStore.h"
 #include "board/Soundboard.h"
 #include "cli/CliProcess.h"
+#include "control/ControlRig.h"
 #include "control/ControlServer.h"
-#include "control/VoiceSelection.h"
-#include "engine/VoiceEngine.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
-#include "voices/VoiceStore.h"
 
 #include <QDir>
 #include <QFile>
@@ -29,11 +27,7 @@ class BoardCli : public ::testing::Test {
 protected:
     QTemporaryDir home;
     QProcessEnvironment env() {
-        auto env = QProcessEnvironment::systemEnvironment();
-        env.insert("HOME", home.path());
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        env.insert("XDG_RUNTIME_DIR", home.path());
+        auto env = testcli::privateHome(home.path());
         env.insert("PULSE_SERVER", "unix:" + home.filePath("no-server-here"));
         return env;
     }
@@ -83,17 +77,12 @@ TEST_F(BoardCli, AddListRenameAndRemoveSoundsInTheBoardFile) {
 }
 
 TEST_F(BoardCli, ControlBoardAndSayReachTheRunningParlova) {
-    QSettings settings(home.filePath("settings.ini"), QSettings::IniFormat);
-    BackendJobs jobs;
-    VoiceEngine engine(&settings, nullptr, jobs);
-    VoiceStore voices(&settings);
-    VoiceSelection selection(engine, voices);
+    testcontrol::ControlRig rig;
     BoardStore store(home.filePath("board"));
     store.addSpeech("I'll be right back.", {}, {}, "Back soon");
-    Soundboard soundboard(store, engine, voices, nullptr);
-    ControlCommands commands(engine, selection);
-    commands.setBoard(&store, &soundboard);
-    ControlServer server(commands);
+    Soundboard soundboard(store, rig.engine, rig.store, nullptr);
+    rig.commands.setBoard(&store, &soundboard);
+    ControlServer server(rig.commands);
     QString error;
     ASSERT_TRUE(server.listen(&error, home.filePath("parlova-control"))) << error.toStdString();
 
@@ -120,5 +109,5 @@ TEST_F(BoardCli, ControlBoardAndSayReachTheRunningParlova) {
         EXPECT_EQ(code, 1) << c.args.join(' ').toStdString();
         EXPECT_EQ(err.trimmed(), QString::fromUtf8(c.says)) << c.args.join(' ').toStdString();
     }
-    EXPECT_EQ(commands.status().value("board").toObject().value("sounds").toInt(), 1);
+    EXPECT_EQ(rig.commands.status().value("board").toObject().value("sounds").toInt(), 1);
 }
