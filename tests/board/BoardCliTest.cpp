@@ -32,19 +32,13 @@ protected:
         return env;
     }
     Result board(const QStringList& args) { return testcli::runCli(QStringList{"board"} + args, {}, env()); }
-    QString folder() { return home.filePath("data/Parlova/Board"); }
-    QString wav(const QString& name, double seconds) {
-        const QString path = home.filePath(name);
-        EXPECT_TRUE(testaudio::writeWav(path.toStdString(),
-                                        testaudio::spread(testaudio::tone(440, 48000, size_t(seconds * 48000)), 48000), 16));
-        return path;
-    }
 };
 
 }  // namespace
 
 TEST_F(BoardCli, AddListRenameAndRemoveSoundsInTheBoardFile) {
-    const QString horn = wav("horn.wav", 2.0);
+    const QString horn = home.filePath("horn.wav");
+    ASSERT_TRUE(testaudio::writeWav(horn.toStdString(), testaudio::spread(testaudio::tone(440, 48000, 96000), 48000), 16));
     struct Step {
         QStringList args;
         int exitCode;
@@ -72,7 +66,7 @@ TEST_F(BoardCli, AddListRenameAndRemoveSoundsInTheBoardFile) {
     // The voice is found again by a later process.
     EXPECT_EQ(sounds[1].toObject()["voice"].toString(), "Old Lady");
     EXPECT_EQ(board({"remove", "air horn"}).code, 0);
-    EXPECT_TRUE(QDir(folder()).entryList({"clip-*"}, QDir::Files).isEmpty());
+    EXPECT_TRUE(QDir(home.filePath("data/Parlova/Board")).entryList({"clip-*"}, QDir::Files).isEmpty());
     EXPECT_EQ(board({"list", "--names"}).text(), "Back soon\n");
 }
 
