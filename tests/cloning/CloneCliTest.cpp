@@ -1,6 +1,7 @@
 // parlova-cli clone as a user runs it, with private settings and data folders
 // and voice cloning not set up.
 #include "cli/CliProcess.h"
+#include "support/Files.h"
 #include "support/TestAudio.h"
 
 #include <QDir>
@@ -54,10 +55,7 @@ TEST_F(CloneCli, VoicesSamplesAndTheSentencesOfFailures) {
     }
 
     // A damaged library is kept aside, and the tool goes on with an empty one.
-    QFile library(QDir(libraryFolder()).filePath("library.json"));
-    ASSERT_TRUE(library.open(QIODevice::WriteOnly));
-    library.write("{damaged");
-    library.close();
+    ASSERT_TRUE(testfiles::write(libraryFolder() + "/library.json", "{damaged"));
     const auto r = clone({"list"});
     EXPECT_EQ(r.code, 0);
     EXPECT_TRUE(r.err.contains("library-unreadable-")) << r.err.toStdString();

@@ -4,6 +4,7 @@
 #include "cli/CliProcess.h"
 #include "cloning/CloneSetup.h"
 #include "cloning/CloneWorkerSupport.h"
+#include "support/Files.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
 
@@ -32,12 +33,9 @@ protected:
         clonetest::addTestWorkerEnvironment(env);
         // Cloning set up: the lab's worker is the source folder's, with its environment.
         const QString lab = home.filePath("data/Parlova/voice-lab");
-        ASSERT_TRUE(QDir().mkpath(lab));
+        ASSERT_TRUE(testfiles::write(lab + "/.ready",
+                                     SetupPlan::forSupportDirectory(home.filePath("data/Parlova"), env).key.toUtf8()));
         ASSERT_TRUE(QFile::link(clonetest::workerFolder(), lab + "/worker"));
-        QFile ready(lab + "/.ready");
-        ASSERT_TRUE(ready.open(QIODevice::WriteOnly));
-        ready.write(SetupPlan::forSupportDirectory(home.filePath("data/Parlova"), env).key.toUtf8());
-        ready.close();
         QSettings settings(home.filePath("config/Parlova/Parlova.conf"), QSettings::NativeFormat);
         CloneLibrary library(home.filePath("data/Parlova/ClonedVoices"), &settings);
         ASSERT_FALSE(clonetest::spokenVoice(library, "Reader", 6, home.path()).isNull());

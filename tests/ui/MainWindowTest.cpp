@@ -8,6 +8,7 @@
 #include "devices/VirtualMic.h"
 #include "engine/VoiceEngine.h"
 #include "support/FakeBackend.h"
+#include "support/Files.h"
 #include "support/TestAudio.h"
 #include "ui/BoardPanel.h"
 #include "ui/CallsPanel.h"
@@ -344,9 +345,7 @@ private slots:
         QVERIFY(h.board.entry(back)->key.isEmpty());
 
         const QString notAudio = h.dir.filePath("notes.wav");
-        QFile file(notAudio);
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("not a sound") > 0);
-        file.close();
+        QVERIFY(testfiles::write(notAudio, "not a sound"));
         QVERIFY(!panel->addClip(notAudio));
         QVERIFY(panel->message()->text().endsWith('.'));
         QCOMPARE(h.board.entries().size(), 2);
