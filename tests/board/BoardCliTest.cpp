@@ -92,7 +92,8 @@ TEST_F(BoardCli, ControlBoardAndSayReachTheRunningParlova) {
         QStringList args;
         const char* says;
     } cases[] = {
-        {{"board", "play", "Air", "horn"}, "There is no sound named \u201cAir horn\u201d on the board."},
+        {{"board", "play", "Air", "horn"},
+         "There is no sound named \u201cAir horn\u201d on the board. It has \u201cBack soon\u201d."},
         {{"board", "key", "4"}, "No sound of the board is on the key \u201c4\u201d."},
         {{"say", "Hello", "there", "--voice", "Olf Lady"}, "There is no voice named \u201cOlf Lady\u201d."},
         {{"say", "Hello", "--clone", "Old Lady"}, "\u201cOld Lady\u201d is an effect voice; say it with --voice."},
