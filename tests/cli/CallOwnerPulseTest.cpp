@@ -38,9 +38,7 @@ protected:
         server = PrivateServer::get();
         server->pactl("set-default-source fake_mic");
         mic.emplace(*server);
-        env = QProcessEnvironment::systemEnvironment();
-        env.insert("XDG_CONFIG_HOME", dir.filePath("config"));
-        env.insert("XDG_RUNTIME_DIR", dir.path());
+        env = testcli::privateHome(dir.path());
         const std::string feedPath = dir.filePath("tone.wav").toStdString();
         testaudio::writeWav(feedPath, {double(kRate), {testaudio::tone(300, kRate, 20 * kRate, 0.3f)}});
         feed = std::make_unique<MicFeed>(feedPath, true);
@@ -215,7 +213,6 @@ TEST_F(CallOwnerPulse, AStartAgainstAFrozenServerGivesUpWithASentence) {
 }
 
 TEST_F(CallOwnerPulse, TheBoardPlaysIntoTheCallOfTheOwnerWhileItsVoiceIsMuted) {
-    env.insert("XDG_DATA_HOME", dir.filePath("data"));
     env.insert("XDG_CACHE_HOME", dir.filePath("cache"));
     const QString beep = dir.filePath("beep.wav");
     testaudio::writeWav(beep.toStdString(), {double(kRate), {testaudio::tone(1200, kRate, kRate, 0.3f)}});
