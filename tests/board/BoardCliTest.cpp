@@ -4,12 +4,10 @@
 #include "board/BoardStore.h"
 #include "board/Soundboard.h"
 #include "cli/CliProcess.h"
+#include "control/ControlRig.h"
 #include "control/ControlServer.h"
-#include "control/VoiceSelection.h"
-#include "engine/VoiceEngine.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
-#include "voices/VoiceStore.h"
 
 #include <QDir>
 #include <QFile>
@@ -29,28 +27,18 @@ class BoardCli : public ::testing::Test {
 protected:
     QTemporaryDir home;
     QProcessEnvironment env() {
-        auto env = QProcessEnvironment::systemEnvironment();
-        env.insert("HOME", home.path());
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        env.insert("XDG_RUNTIME_DIR", home.path());
+        auto env = testcli::privateHome(home.path());
         env.insert("PULSE_SERVER", "unix:" + home.filePath("no-server-here"));
         return env;
     }
     Result board(const QStringList& args) { return testcli::runCli(QStringList{"board"} + args, {}, env()); }
-    QString folder() { return home.filePath("data/Parlova/Board"); }
-    QString wav(const QString& name, double seconds) {
-        const QString path = home.filePath(name);
-        EXPECT_TRUE(testaudio::writeWav(path.toStdString(),
-                                        testaudio::spread(testaudio::tone(440, 48000, size_t(seconds * 48000)), 48000), 16));
-        return path;
-    }
 };
 
 }  // namespace
 
 TEST_F(BoardCli, AddListRenameAndRemoveSoundsInTheBoardFile) {
-    const QString horn = wav("horn.wav", 2.0);
+    const QString horn = home.filePath("horn.wav");
+    ASSERT_TRUE(testaudio::writeWav(horn.toStdString(), testaudio::spread(testaudio::tone(440, 48000, 96000), 48000), 16));
     struct Step {
         QStringList args;
         int exitCode;
@@ -78,22 +66,17 @@ TEST_F(BoardCli, AddListRenameAndRemoveSoundsInTheBoardFile) {
     // The voice is found again by a later process.
     EXPECT_EQ(sounds[1].toObject()["voice"].toString(), "Old Lady");
     EXPECT_EQ(board({"remove", "air horn"}).code, 0);
-    EXPECT_TRUE(QDir(folder()).entryList({"clip-*"}, QDir::Files).isEmpty());
+    EXPECT_TRUE(QDir(home.filePath("data/Parlova/Board")).entryList({"clip-*"}, QDir::Files).isEmpty());
     EXPECT_EQ(board({"list", "--names"}).text(), "Back soon\n");
 }
 
 TEST_F(BoardCli, ControlBoardAndSayReachTheRunningParlova) {
-    QSettings settings(home.filePath("settings.ini"), QSettings::IniFormat);
-    BackendJobs jobs;
-    VoiceEngine engine(&settings, nullptr, jobs);
-    VoiceStore voices(&settings);
-    VoiceSelection selection(engine, voices);
+    testcontrol::ControlRig rig;
     BoardStore store(home.filePath("board"));
     store.addSpeech("I'll be right back.", {}, {}, "Back soon");
-    Soundboard soundboard(store, engine, voices, nullptr);
-    ControlCommands commands(engine, selection);
-    commands.setBoard(&store, &soundboard);
-    ControlServer server(commands);
+    Soundboard soundboard(store, rig.engine, rig.store, nullptr);
+    rig.commands.setBoard(&store, &soundboard);
+    ControlServer server(rig.commands);
     QString error;
     ASSERT_TRUE(server.listen(&error, home.filePath("parlova-control"))) << error.toStdString();
 
@@ -121,5 +104,5 @@ TEST_F(BoardCli, ControlBoardAndSayReachTheRunningParlova) {
         EXPECT_EQ(code, 1) << c.args.join(' ').toStdString();
         EXPECT_EQ(err.trimmed(), QString::fromUtf8(c.says)) << c.args.join(' ').toStdString();
     }
-    EXPECT_EQ(commands.status().value("board").toObject().value("sounds").toInt(), 1);
+    EXPECT_EQ(rig.commands.status().value("board").toObject().value("sounds").toInt(), 1);
 }

@@ -4,6 +4,7 @@
 #include "board/Soundboard.h"
 #include "cloning/CloneWorkerSupport.h"
 #include "cloning/WorkerProtocol.h"
+#include "devices/VirtualMic.h"
 #include "engine/VoiceEngine.h"
 #include "support/Dropouts.h"
 #include "support/PulseServer.h"
@@ -16,6 +17,7 @@
 
 #include <cmath>
 #include <numbers>
+#include <optional>
 
 using namespace parlova;
 using namespace parlova::testpulse;
@@ -45,26 +47,37 @@ std::shared_ptr<SoundBuffer> sineSound(double hz, double seconds, float amplitud
     return sound;
 }
 
+// An engine on the system's server with the board over it, and what the
+// board reported failing.
+struct Board {
+    Board(QSettings* settings, const QString& folder, CloneLibrary* library = nullptr, VoiceCloner* cloner = nullptr)
+        : engine(settings, &AudioBackend::system(), BackendJobs::shared()), voices(settings), store(folder),
+          board(store, engine, voices, library) {
+        if (cloner) engine.setCloner(cloner);
+        engine.set(Voice::natural());
+        QObject::connect(&board, &Soundboard::failed, [this](const QString& message) { failures << message; });
+    }
+    std::string failed() const { return failures.join(' ').toStdString(); }
+    QStringList failures;
+    VoiceEngine engine;
+    VoiceStore voices;
+    BoardStore store;
+    Soundboard board;
+};
+
 class SoundboardPulse : public ::testing::Test {
 protected:
     QTemporaryDir dir;
     std::unique_ptr<QSettings> settings;
-    int sink = -1, source = -1;
+    std::optional<VirtualMicModules> mic;
     void SetUp() override {
         PARLOVA_REQUIRE_PULSE();
         settings = std::make_unique<QSettings>(dir.filePath("settings.ini"), QSettings::IniFormat);
         auto* server = PrivateServer::get();
         server->pactl("set-default-source fake_mic");
         server->pactl("set-default-sink speakers");
-        sink = server->nullSink("parlova_mic", "Parlova Mic");
-        source = server->remapSource("parlova_mic", "parlova_mic_source", "Parlova Mic");
+        mic.emplace(*server);
         ASSERT_TRUE(waitUntil([] { return AudioDeviceList::virtualCableID().has_value(); }, 2000));
-    }
-    void TearDown() override {
-        if (auto* server = PrivateServer::get()) {
-            if (source >= 0) server->unloadModule(source);
-            if (sink >= 0) server->unloadModule(sink);
-        }
     }
     std::string file(const char* name) { return dir.filePath(name).toStdString(); }
     void startCall(VoiceEngine& engine) {
@@ -84,7 +97,7 @@ TEST_F(SoundboardPulse, AClipIsHeardInTheCallOverTheDuckedVoiceWhichComesBackAft
     MicFeed feed(saw);
     startCall(engine);
 
-    SourceRecorder app("parlova_mic_source", file("call.wav"));
+    SourceRecorder app(VirtualMic::kSourceName, file("call.wav"));
     pump(1500);
     engine.playSound(sineSound(1000, 1.0, 0.4f), {-6.0, -12.0});
     EXPECT_TRUE(engine.soundsPlaying());
@@ -117,22 +130,17 @@ TEST_F(SoundboardPulse, AClipIsHeardInTheCallOverTheDuckedVoiceWhichComesBackAft
 TEST_F(SoundboardPulse, TypedSpeechReachesTheCallAndAPreviewPlaysOnTheSpeakersInstead) {
     if (!testaudio::haveTool("espeak-ng")) GTEST_SKIP() << "espeak-ng is not installed";
     QSettings::setDefaultFormat(QSettings::IniFormat);
-    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
-    VoiceStore voices(settings.get());
-    BoardStore store(dir.filePath("Board"));
-    Soundboard board(store, engine, voices, nullptr);
-    QStringList failures;
-    QObject::connect(&board, &Soundboard::failed, [&](const QString& message) { failures << message; });
-    startCall(engine);  // the microphone is silent: whatever the call hears is the board
+    Board b(settings.get(), dir.filePath("Board"));
+    startCall(b.engine);  // the microphone is silent: whatever the call hears is the board
 
-    SourceRecorder app("parlova_mic_source", file("call.wav"));
+    SourceRecorder app(VirtualMic::kSourceName, file("call.wav"));
     SourceRecorder speakers("speakers.monitor", file("speakers.wav"));
     pump(300);
-    ASSERT_TRUE(board.say("Hello from the keyboard, everyone."));
-    EXPECT_FALSE(board.status().isEmpty());
-    ASSERT_TRUE(waitUntil([&] { return engine.soundsPlaying(); }, 5000)) << failures.join(' ').toStdString();
-    EXPECT_TRUE(board.status().isEmpty());
-    ASSERT_TRUE(waitUntil([&] { return !engine.soundsPlaying(); }, 8000));
+    ASSERT_TRUE(b.board.say("Hello from the keyboard, everyone."));
+    EXPECT_FALSE(b.board.status().isEmpty());
+    ASSERT_TRUE(waitUntil([&] { return b.engine.soundsPlaying(); }, 5000)) << b.failed();
+    EXPECT_TRUE(b.board.status().isEmpty());
+    ASSERT_TRUE(waitUntil([&] { return !b.engine.soundsPlaying(); }, 8000));
     const std::vector<float> call = app.stop(), heardOnSpeakers = speakers.stop();
     EXPECT_GT(testaudio::toDb(testaudio::rms(call, testaudio::loudestStart(call, kRate / 2), kRate / 2)), -30.0);
     EXPECT_GT(testaudio::fundamental(call, kRate, testaudio::loudestStart(call, kRate / 2), kRate / 2), 60.0);
@@ -140,16 +148,16 @@ TEST_F(SoundboardPulse, TypedSpeechReachesTheCallAndAPreviewPlaysOnTheSpeakersIn
     EXPECT_LT(testaudio::toDb(testaudio::peak(heardOnSpeakers)), -50.0);
 
     // A preview goes to the speakers, not into the call.
-    SourceRecorder app2("parlova_mic_source", file("call2.wav"));
+    SourceRecorder app2(VirtualMic::kSourceName, file("call2.wav"));
     SourceRecorder speakers2("speakers.monitor", file("speakers2.wav"));
-    board.previewVoice(Voice::builtIns().front());
-    ASSERT_TRUE(waitUntil([&] { return engine.soundsPlaying(); }, 5000)) << failures.join(' ').toStdString();
-    ASSERT_TRUE(waitUntil([&] { return !engine.soundsPlaying(); }, 8000));
+    b.board.previewVoice(Voice::builtIns().front());
+    ASSERT_TRUE(waitUntil([&] { return b.engine.soundsPlaying(); }, 5000)) << b.failed();
+    ASSERT_TRUE(waitUntil([&] { return !b.engine.soundsPlaying(); }, 8000));
     EXPECT_LT(testaudio::toDb(testaudio::peak(app2.stop())), -50.0);
     const auto previewed = speakers2.stop();
     EXPECT_GT(testaudio::toDb(testaudio::rms(previewed, testaudio::loudestStart(previewed, kRate / 2), kRate / 2)), -30.0);
-    EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
-    engine.toggleLive();
+    EXPECT_TRUE(b.failures.isEmpty()) << b.failed();
+    b.engine.toggleLive();
 }
 
 TEST_F(SoundboardPulse, ACloneSaysTheTypedSentenceIntoTheCallAndAWorkerFailureIsASentence) {
@@ -158,85 +166,71 @@ TEST_F(SoundboardPulse, ACloneSaysTheTypedSentenceIntoTheCallAndAWorkerFailureIs
     const QUuid me = clonetest::spokenVoice(library, "Me", 6, dir.path());
     ASSERT_FALSE(me.isNull());
     VoiceCloner cloner(clonetest::testWorkerOptions(dir.filePath("support")));
-    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
-    engine.setCloner(&cloner);
-    VoiceStore voices(settings.get());
-    BoardStore store(dir.filePath("Board"));
-    Soundboard board(store, engine, voices, &library);
-    QStringList failures;
-    QObject::connect(&board, &Soundboard::failed, [&](const QString& message) { failures << message; });
-    startCall(engine);
+    Board b(settings.get(), dir.filePath("Board"), &library, &cloner);
+    startCall(b.engine);
 
-    SourceRecorder app("parlova_mic_source", file("call.wav"));
-    ASSERT_TRUE(board.say("I lost my voice, so my keyboard talks for me.", {{}, me}));
-    EXPECT_TRUE(board.status().contains("Me"));
-    ASSERT_TRUE(clonetest::waitFor([&] { return engine.soundsPlaying() || !failures.isEmpty(); }))
-        << failures.join(' ').toStdString();
-    ASSERT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
+    SourceRecorder app(VirtualMic::kSourceName, file("call.wav"));
+    ASSERT_TRUE(b.board.say("I lost my voice, so my keyboard talks for me.", {{}, me}));
+    EXPECT_TRUE(b.board.status().contains("Me"));
+    ASSERT_TRUE(clonetest::waitFor([&] { return b.engine.soundsPlaying() || !b.failures.isEmpty(); })) << b.failed();
+    ASSERT_TRUE(b.failures.isEmpty()) << b.failed();
     EXPECT_FALSE(cloner.takes().isEmpty());  // the take shows on the cloned voice's page too
-    ASSERT_TRUE(waitUntil([&] { return !engine.soundsPlaying(); }, 15000));
+    ASSERT_TRUE(waitUntil([&] { return !b.engine.soundsPlaying(); }, 15000));
     const std::vector<float> call = app.stop();
     EXPECT_GT(testaudio::rms(call, testaudio::loudestStart(call, kRate / 2), kRate / 2), 0.01);
 
     // The worker dies during the next sentence: a sentence, and the board plays on.
-    ASSERT_TRUE(board.say("This one never arrives.", {{}, me}));
+    ASSERT_TRUE(b.board.say("This one never arrives.", {{}, me}));
     ASSERT_TRUE(clonetest::waitFor([&] { return cloner.workerRunning(); }, 30000));
     cloner.stopWorker();
-    ASSERT_TRUE(clonetest::waitFor([&] { return !failures.isEmpty(); }, 30000));
-    EXPECT_TRUE(failures.first().startsWith(kWorkerStoppedMessage)) << failures.first().toStdString();
-    EXPECT_TRUE(board.status().isEmpty());
-    engine.playSound(sineSound(440, 0.3, 0.3f), {});
-    EXPECT_TRUE(engine.soundsPlaying());
-    engine.toggleLive();
+    ASSERT_TRUE(clonetest::waitFor([&] { return !b.failures.isEmpty(); }, 30000));
+    EXPECT_TRUE(b.failures.first().startsWith(kWorkerStoppedMessage)) << b.failures.first().toStdString();
+    EXPECT_TRUE(b.board.status().isEmpty());
+    b.engine.playSound(sineSound(440, 0.3, 0.3f), {});
+    EXPECT_TRUE(b.engine.soundsPlaying());
+    b.engine.toggleLive();
 }
 
 TEST_F(SoundboardPulse, RapidPlaysLeaveTheVoiceUnbrokenStopWithLiveAndPreviewWithoutIt) {
-    VoiceEngine engine(settings.get(), &AudioBackend::system(), BackendJobs::shared());
-    engine.set(Voice::natural());
-    VoiceStore voices(settings.get());
-    BoardStore store(dir.filePath("Board"));
+    Board b(settings.get(), dir.filePath("Board"));
     const std::string clip = file("beep.wav");
     testaudio::writeWav(clip, {double(kRate), {testaudio::tone(1200, kRate, kRate * 3 / 10, 0.2f)}});
     // Quiet and without ducking, so that the voice's level is what the break count sees.
-    BoardEntry entry = store.addClip(QString::fromStdString(clip));
+    BoardEntry entry = b.store.addClip(QString::fromStdString(clip));
     entry.levelDb = -20;
     entry.duckDb = 0;
-    store.update(entry);
-    const QUuid beep = entry.id;
-    Soundboard board(store, engine, voices, nullptr);
-    QStringList failures;
-    QObject::connect(&board, &Soundboard::failed, [&](const QString& message) { failures << message; });
+    b.store.update(entry);
     const std::string tone = file("tone.wav");
     testaudio::writeWav(tone, {double(kRate), {testaudio::tone(440, kRate, 10 * kRate, 0.4f)}});
     MicFeed feed(tone);
-    startCall(engine);
+    startCall(b.engine);
 
-    SourceRecorder app("parlova_mic_source", file("call.wav"));
+    SourceRecorder app(VirtualMic::kSourceName, file("call.wav"));
     pump(500);
     for (int i = 0; i < 100; ++i) {
-        ASSERT_TRUE(board.play(beep));
+        ASSERT_TRUE(b.board.play(entry.id));
         pump(20);
     }
     pump(800);
     const std::vector<float> heard = app.stop();
-    EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
+    EXPECT_TRUE(b.failures.isEmpty()) << b.failed();
     EXPECT_EQ(analysis::countDropouts(heard, kRate), 0);
     EXPECT_GT(toneAmplitude(heard, kRate, 1200), 0.01);
-    ASSERT_TRUE(waitUntil([&] { return !engine.soundsPlaying(); }, 2000));
+    ASSERT_TRUE(waitUntil([&] { return !b.engine.soundsPlaying(); }, 2000));
 
     // Live stopping takes the sound playing with it.
-    board.play(beep);
-    EXPECT_TRUE(engine.soundsPlaying());
-    engine.toggleLive();
-    EXPECT_TRUE(waitUntil([&] { return !engine.soundsPlaying(); }, 1000));
+    b.board.play(entry.id);
+    EXPECT_TRUE(b.engine.soundsPlaying());
+    b.engine.toggleLive();
+    EXPECT_TRUE(waitUntil([&] { return !b.engine.soundsPlaying(); }, 1000));
 
     // Without live the clip is a preview on the speakers.
     SourceRecorder speakers("speakers.monitor", file("speakers.wav"));
     pump(200);
-    ASSERT_TRUE(board.play(beep));
+    ASSERT_TRUE(b.board.play(entry.id));
     pump(800);
     const std::vector<float> previewed = speakers.stop();
     EXPECT_NEAR(testaudio::toDb(toneAmplitude(previewed, testaudio::loudestStart(previewed, kWindow), 1200) / 0.2),
                 -20.0, 1.0);  // at the entry's level
-    EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
+    EXPECT_TRUE(b.failures.isEmpty()) << b.failed();
 }

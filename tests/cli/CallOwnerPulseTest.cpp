@@ -5,6 +5,7 @@
 // another program is reported and left as the user chose it, and the desktop
 // app runs once.
 #include "cli/CliProcess.h"
+#include "devices/VirtualMic.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
 
@@ -19,6 +20,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <optional>
 
 using namespace parlova;
 using namespace parlova::testpulse;
@@ -35,11 +37,8 @@ protected:
         PARLOVA_REQUIRE_PULSE();
         server = PrivateServer::get();
         server->pactl("set-default-source fake_mic");
-        sink = server->nullSink("parlova_mic", "Parlova Mic");
-        source = server->remapSource("parlova_mic", "parlova_mic_source", "Parlova Mic");
-        env = QProcessEnvironment::systemEnvironment();
-        env.insert("XDG_CONFIG_HOME", dir.filePath("config"));
-        env.insert("XDG_RUNTIME_DIR", dir.path());
+        mic.emplace(*server);
+        env = testcli::privateHome(dir.path());
         const std::string feedPath = dir.filePath("tone.wav").toStdString();
         testaudio::writeWav(feedPath, {double(kRate), {testaudio::tone(300, kRate, 20 * kRate, 0.3f)}});
         feed = std::make_unique<MicFeed>(feedPath, true);
@@ -50,10 +49,8 @@ protected:
             p->waitForFinished(5000);
         }
         feed.reset();
-        if (!server) return;
-        server->unloadModule(source);
-        server->unloadModule(sink);
-        server->pactl("set-default-source fake_mic");
+        mic.reset();
+        if (server) server->pactl("set-default-source fake_mic");
     }
 
     Result cli(const QStringList& args) { return testcli::runCli(args, {}, env); }
@@ -69,14 +66,14 @@ protected:
         return QJsonDocument::fromJson(r.out).object();
     }
     bool waitLive(QProcess& live) {
-        return waitUntil([&] { return status().value("live").toBool() && defaultSource() == "parlova_mic_source"; },
+        return waitUntil([&] { return status().value("live").toBool() && defaultSource() == VirtualMic::kSourceName; },
                          10000) ||
                (ADD_FAILURE() << live.readAllStandardError().toStdString(), false);
     }
     std::string defaultSource() const { return server->pactl("get-default-source"); }
 
     PrivateServer* server = nullptr;
-    int sink = -1, source = -1;
+    std::optional<VirtualMicModules> mic;
     QTemporaryDir dir;
     QProcessEnvironment env;
     std::unique_ptr<MicFeed> feed;
@@ -85,7 +82,7 @@ protected:
 
 // The level of "Parlova Mic" over `ms`, as a call app records it (dBFS).
 double heardDb(const QTemporaryDir& dir, int ms) {
-    SourceRecorder app("parlova_mic_source", dir.filePath("heard.wav").toStdString());
+    SourceRecorder app(VirtualMic::kSourceName, dir.filePath("heard.wav").toStdString());
     pump(ms);
     const auto heard = app.stop();
     const size_t skip = std::min(heard.size(), static_cast<size_t>(0.3 * kRate));  // the switch's own ramp
@@ -123,7 +120,7 @@ TEST_F(CallOwnerPulse, CommandsBesideACallLeaveItsMicrophoneAndItsPushToTalkAlon
             EXPECT_TRUE(r.err.contains("parlova-cli control live stop")) << r.err.toStdString();
         }
         EXPECT_FALSE(r.err.contains("left on")) << r.err.toStdString();
-        EXPECT_EQ(defaultSource(), "parlova_mic_source");
+        EXPECT_EQ(defaultSource(), VirtualMic::kSourceName);
         EXPECT_EQ(status().value("talking").toBool(), step.talking);
         const double db = heardDb(dir, 900);
         if (step.talking) EXPECT_GT(db, -30.0);
@@ -137,7 +134,7 @@ TEST_F(CallOwnerPulse, CommandsBesideACallLeaveItsMicrophoneAndItsPushToTalkAlon
     ::kill(static_cast<pid_t>(live.processId()), SIGKILL);
     live.waitForFinished(5000);
     EXPECT_EQ(cli({"control", "status"}).code, 1);
-    EXPECT_EQ(defaultSource(), "parlova_mic_source");
+    EXPECT_EQ(defaultSource(), VirtualMic::kSourceName);
     const Result repair = cli({"voices", "--names"});
     EXPECT_TRUE(repair.err.contains("left on")) << repair.err.toStdString();
     EXPECT_EQ(defaultSource(), "fake_mic");
@@ -216,7 +213,6 @@ TEST_F(CallOwnerPulse, AStartAgainstAFrozenServerGivesUpWithASentence) {
 }
 
 TEST_F(CallOwnerPulse, TheBoardPlaysIntoTheCallOfTheOwnerWhileItsVoiceIsMuted) {
-    env.insert("XDG_DATA_HOME", dir.filePath("data"));
     env.insert("XDG_CACHE_HOME", dir.filePath("cache"));
     const QString beep = dir.filePath("beep.wav");
     testaudio::writeWav(beep.toStdString(), {double(kRate), {testaudio::tone(1200, kRate, kRate, 0.3f)}});
@@ -225,7 +221,7 @@ TEST_F(CallOwnerPulse, TheBoardPlaysIntoTheCallOfTheOwnerWhileItsVoiceIsMuted) {
     ASSERT_TRUE(waitLive(live));
     ASSERT_LT(heardDb(dir, 500), -70.0);  // push to talk is up: the voice is muted
 
-    SourceRecorder app("parlova_mic_source", dir.filePath("board.wav").toStdString());
+    SourceRecorder app(VirtualMic::kSourceName, dir.filePath("board.wav").toStdString());
     const Result played = cli({"control", "board", "play", "beep"});
     EXPECT_EQ(played.code, 0) << played.err.toStdString();
     pump(1300);

@@ -20,6 +20,17 @@ struct Result {
     QStringList errLines() const { return err.trimmed().split('\n'); }
 };
 
+// This process's environment with a user of its own: home, settings, data and
+// runtime folders in `home`.
+inline QProcessEnvironment privateHome(const QString& home) {
+    auto env = QProcessEnvironment::systemEnvironment();
+    env.insert("HOME", home);
+    env.insert("XDG_CONFIG_HOME", home + "/config");
+    env.insert("XDG_DATA_HOME", home + "/data");
+    env.insert("XDG_RUNTIME_DIR", home);
+    return env;
+}
+
 // Runs the tool with `args`, `input` on its standard input, and `env` (the
 // test process's own environment when empty).
 inline Result runCli(const QStringList& args, const QByteArray& input = {},

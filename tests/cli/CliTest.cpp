@@ -3,9 +3,9 @@
 // (arguments, exit codes, messages, the voice list it edits, the streams);
 // formats, sentences and the sound are the file and engine tests' business.
 #include "cli/CliProcess.h"
+#include "support/Files.h"
 #include "support/TestAudio.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -210,9 +210,7 @@ TEST_F(Cli, ADamagedImportChangesNothingAndSaysWhy) {
 TEST_F(Cli, StandardInputAndOutputCarryWavAndFlac) {
     const Audio input = spread(tone(150, 44100, 44100, 0.3f, Wave::saw), 44100, 2);
     ASSERT_TRUE(writeWav(folder.file("saw.wav"), input, 16));
-    QFile source(path("saw.wav"));
-    ASSERT_TRUE(source.open(QIODevice::ReadOnly));
-    const QByteArray wav = source.readAll();
+    const QByteArray wav = testfiles::read(path("saw.wav"));
     const struct {
         QStringList typeOption;
         const char* name;
@@ -222,10 +220,7 @@ TEST_F(Cli, StandardInputAndOutputCarryWavAndFlac) {
         const Result r = run(QStringList{"render", "--voice", "Natural"} + c.typeOption + QStringList{"-", "-"}, wav);
         ASSERT_EQ(r.code, 0) << r.err.toStdString();
         EXPECT_TRUE(r.out.startsWith(c.magic));
-        QFile out(path(c.name));
-        ASSERT_TRUE(out.open(QIODevice::WriteOnly));
-        out.write(r.out);
-        out.close();
+        ASSERT_TRUE(testfiles::write(path(c.name), r.out));
         const Audio rendered = readAudioFile(folder.file(c.name));
         EXPECT_EQ(rendered.sampleRate, 44100);
         EXPECT_EQ(rendered.channelCount(), 2);
@@ -272,11 +267,8 @@ TEST_F(Cli, CompletionScriptsAreMadeForEachShell) {
         EXPECT_EQ(r.code, 0) << shell;
         EXPECT_TRUE(r.text().contains("voices")) << shell;
         if (!haveTool(shell)) continue;  // the shell itself checks the syntax where it is installed
-        QFile script(path(std::string("completion.") + shell));
-        ASSERT_TRUE(script.open(QIODevice::WriteOnly));
-        script.write(r.out);
-        script.close();
-        EXPECT_EQ(runCapture(std::string(shell) + " -n " + shellQuote(script.fileName().toStdString()), nullptr), 0)
-            << shell;
+        const QString script = path(std::string("completion.") + shell);
+        ASSERT_TRUE(testfiles::write(script, r.out));
+        EXPECT_EQ(runCapture(std::string(shell) + " -n " + shellQuote(script.toStdString()), nullptr), 0) << shell;
     }
 }

@@ -1,6 +1,7 @@
 // parlova-cli clone as a user runs it, with private settings and data folders
 // and voice cloning not set up.
 #include "cli/CliProcess.h"
+#include "support/Files.h"
 #include "support/TestAudio.h"
 
 #include <QDir>
@@ -17,11 +18,7 @@ class CloneCli : public ::testing::Test {
 protected:
     QTemporaryDir home;
     testcli::Result clone(const QStringList& args) {
-        auto env = QProcessEnvironment::systemEnvironment();
-        env.insert("HOME", home.path());
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        return testcli::runCli(QStringList{"clone"} + args, {}, env);
+        return testcli::runCli(QStringList{"clone"} + args, {}, testcli::privateHome(home.path()));
     }
     QString libraryFolder() { return home.filePath("data/Parlova/ClonedVoices"); }
 };
@@ -58,10 +55,7 @@ TEST_F(CloneCli, VoicesSamplesAndTheSentencesOfFailures) {
     }
 
     // A damaged library is kept aside, and the tool goes on with an empty one.
-    QFile library(QDir(libraryFolder()).filePath("library.json"));
-    ASSERT_TRUE(library.open(QIODevice::WriteOnly));
-    library.write("{damaged");
-    library.close();
+    ASSERT_TRUE(testfiles::write(libraryFolder() + "/library.json", "{damaged"));
     const auto r = clone({"list"});
     EXPECT_EQ(r.code, 0);
     EXPECT_TRUE(r.err.contains("library-unreadable-")) << r.err.toStdString();

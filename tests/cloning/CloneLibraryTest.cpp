@@ -2,10 +2,9 @@
 #include "cloning/CloneModel.h"
 #include "cloning/Generation.h"
 #include "common/VoiceEngineError.h"
+#include "support/Files.h"
 #include "support/TestAudio.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -24,11 +23,6 @@ protected:
         const QString path = dir.filePath(name);
         testaudio::writeWav(path.toStdString(), testaudio::noise(seconds, 16000, 1, 0.1f), 16);
         return path;
-    }
-    void writeLibraryFile(const QByteArray& bytes) {
-        QFile file(QDir(folder).filePath("library.json"));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
     }
     QStringList keptAside() { return QDir(folder).entryList({"library-unreadable-*.json"}); }
 };
@@ -85,20 +79,17 @@ TEST_F(CloneLibraryTest, FirstStartSamplesAndSelectionSurviveAReload) {
 }
 
 TEST_F(CloneLibraryTest, UnreadableFilesAreKeptAsideAndNeverOverwritten) {
-    QDir().mkpath(folder);
     const QByteArray cases[] = {
         "{not json",
         R"([{"id":"6c7f2a10-3f43-4e49-9d7e-0c6f5a7f0b11","name":"A","samples":[{"transcript":"no file"}]}])",
         R"([{"name":"no id","samples":[]}])",
     };
     for (const QByteArray& bytes : cases) {
-        writeLibraryFile(bytes);
+        ASSERT_TRUE(testfiles::write(folder + "/library.json", bytes));
         CloneLibrary library(folder, &settings);
         EXPECT_TRUE(library.voices().isEmpty()) << bytes.constData();
         EXPECT_FALSE(library.selectedID());
-        QFile aside(library.keptAsidePath());
-        ASSERT_TRUE(aside.open(QIODevice::ReadOnly)) << bytes.constData();
-        EXPECT_EQ(aside.readAll(), bytes);
+        EXPECT_EQ(testfiles::read(library.keptAsidePath()), bytes);
         library.createVoice("Fresh");  // saving writes a new library.json only
     }
     EXPECT_EQ(keptAside().size(), 3);  // within one second too, each kept
@@ -108,10 +99,7 @@ TEST_F(CloneLibraryTest, SampleThatIsNotAudioIsRefusedAndNothingIsCopied) {
     CloneLibrary library(folder, &settings);
     const QUuid id = library.voices()[0].id;
     const QString text = dir.filePath("notes.wav");
-    QFile file(text);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("these are words, not sound");
-    file.close();
+    ASSERT_TRUE(testfiles::write(text, "these are words, not sound"));
     EXPECT_THROW(library.addSample(id, text), VoiceEngineError);
     EXPECT_THROW(library.addSample(id, dir.filePath("missing.wav")), VoiceEngineError);
     EXPECT_TRUE(library.voices()[0].samples.isEmpty());

@@ -4,6 +4,7 @@
 #include "cli/CliProcess.h"
 #include "cloning/CloneSetup.h"
 #include "cloning/CloneWorkerSupport.h"
+#include "support/Files.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
 
@@ -28,20 +29,13 @@ protected:
         if (const QString missing = clonetest::workerMissing(); !missing.isEmpty())
             GTEST_SKIP() << missing.toStdString();
         PrivateServer::get()->pactl("set-default-source fake_mic");
-        env = QProcessEnvironment::systemEnvironment();
-        env.insert("HOME", home.path());
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        env.insert("XDG_RUNTIME_DIR", home.path());
+        env = testcli::privateHome(home.path());
         clonetest::addTestWorkerEnvironment(env);
         // Cloning set up: the lab's worker is the source folder's, with its environment.
         const QString lab = home.filePath("data/Parlova/voice-lab");
-        ASSERT_TRUE(QDir().mkpath(lab));
+        ASSERT_TRUE(testfiles::write(lab + "/.ready",
+                                     SetupPlan::forSupportDirectory(home.filePath("data/Parlova"), env).key.toUtf8()));
         ASSERT_TRUE(QFile::link(clonetest::workerFolder(), lab + "/worker"));
-        QFile ready(lab + "/.ready");
-        ASSERT_TRUE(ready.open(QIODevice::WriteOnly));
-        ready.write(SetupPlan::forSupportDirectory(home.filePath("data/Parlova"), env).key.toUtf8());
-        ready.close();
         QSettings settings(home.filePath("config/Parlova/Parlova.conf"), QSettings::NativeFormat);
         CloneLibrary library(home.filePath("data/Parlova/ClonedVoices"), &settings);
         ASSERT_FALSE(clonetest::spokenVoice(library, "Reader", 6, home.path()).isNull());

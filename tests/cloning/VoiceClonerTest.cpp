@@ -4,6 +4,7 @@
 #include "cloning/CloneWorkerSupport.h"
 #include "cloning/WorkerProtocol.h"
 #include "media/AudioFile.h"
+#include "support/Files.h"
 
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -121,17 +122,14 @@ TEST(VoiceClonerTest, RepliesSplitOrJoinedInReadsAndStrayLinesFromAWorkerProcess
     // A stand-in worker over real pipes, to control how its replies are cut.
     QTemporaryDir dir;
     const QString script = dir.filePath("worker.sh");
-    QFile file(script);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(R"(echo '{"ready":true}'
+    ASSERT_TRUE(testfiles::write(script, R"(echo '{"ready":true}'
 read first; read second
 echo 'not json'; echo '[1,2]'; echo '{"status":"Thinking"}'
 echo '{"id":99,"ok":true,"output":""}'
 printf '{"id":1,"ok":tr'; sleep 0.3
 printf 'ue,"output":"/x.wav","audio_seconds":1.5}\n{"id":2,"ok":false}\n'
 sleep 30
-)");
-    file.close();
+)"));
     VoiceClonerOptions options;
     options.supportDirectory = dir.path();
     options.interpreter = "/bin/sh";

@@ -1,13 +1,11 @@
 // The local control channel: every command against a real engine and voice
-// list (refused ones change nothing), and the socket itself: private to its
-// user, answering a client over the wire.
+// list (refused ones change nothing, the soundboard's words too where there is
+// no board), "say" taken apart into its text and voice, and the socket itself:
+// private to its user, answering a client over the wire. (Refusals with a
+// board are checked over the socket in the board's CLI test.)
+#include "control/ControlRig.h"
 #include "control/ControlServer.h"
-#include "control/VoiceSelection.h"
-#include "engine/VoiceEngine.h"
 #include "support/PulseServer.h"
-#include "voices/VoiceStore.h"
-
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -21,20 +19,7 @@
 #include <future>
 
 using namespace parlova;
-
-namespace {
-
-struct Channel {
-    QTemporaryDir dir;
-    QSettings settings{dir.filePath("settings.ini"), QSettings::IniFormat};
-    BackendJobs jobs;
-    VoiceEngine engine{&settings, nullptr, jobs};
-    VoiceStore store{&settings};
-    VoiceSelection selection{engine, store};
-    ControlCommands commands{engine, selection};
-};
-
-}  // namespace
+using Channel = parlova::testcontrol::ControlRig;
 
 TEST(ControlCommands, ApplyCommandsAndRefuseOthersWithoutChangingAnything) {
     Channel c;
@@ -63,6 +48,9 @@ TEST(ControlCommands, ApplyCommandsAndRefuseOthersWithoutChangingAnything) {
         {"jump", false, {}},
         {"", false, {}},
         {"status --xml", false, {}},
+        {"board play Applause", false, {}},
+        {"board stop", false, {}},
+        {"say Hello there", false, {}},
     };
     for (const Case& test : cases) {
         const QJsonObject before = c.commands.status();
@@ -77,10 +65,36 @@ TEST(ControlCommands, ApplyCommandsAndRefuseOthersWithoutChangingAnything) {
         if (!test.ok) {
             EXPECT_TRUE(reply.message.endsWith('.')) << reply.message.toStdString();
         }
+        if (QByteArray(test.request).startsWith("board") || QByteArray(test.request).startsWith("say")) {
+            EXPECT_TRUE(reply.message.startsWith("This Parlova has no soundboard")) << reply.message.toStdString();
+        }
     }
+    EXPECT_FALSE(c.commands.status().contains("board"));
     const ControlReply status = c.commands.runLine("status --json");
     EXPECT_EQ(status.status.value("talkMode").toString(), "push-to-talk");
     EXPECT_EQ(status.status.value("talkStatus").toString(), "Push to talk: hold your push-to-talk shortcut");
+}
+
+TEST(ControlCommands, SayTakesTheTextThenOneVoiceNamedByTheRestOfTheLine) {
+    const struct {
+        const char* words;
+        QStringList parts;  // text, voice, clone
+    } good[] = {
+        {"I'll be right back --voice Old Lady", {"I'll be right back", "Old Lady", ""}},
+        {"  Lunch?   --clone   My Voice  ", {"Lunch?", "", "My Voice"}},
+        {"Use --voiced consonants", {"Use --voiced consonants", "", ""}},
+    };
+    for (const auto& c : good) {
+        QString error;
+        const auto request = SayRequest::parse(c.words, &error);
+        ASSERT_TRUE(request) << c.words << ": " << error.toStdString();
+        EXPECT_EQ(QStringList({request->text, request->voice, request->clone}), c.parts);
+    }
+    for (const char* words : {"--voice Old Lady", "Hi --clone", "Hi --voice Old Lady --clone Me"}) {
+        QString error;
+        EXPECT_FALSE(SayRequest::parse(words, &error)) << words;
+        EXPECT_TRUE(error.endsWith('.')) << words;
+    }
 }
 
 TEST(ControlChannel, AnswersItsOwnUserOverAPrivateSocket) {

@@ -1,18 +1,15 @@
 // The one-time migration from the former application's name, on settings files
 // and folders inside a temporary folder.
 #include "devices/LegacyMigration.h"
+#include "support/Files.h"
 
-#include <QByteArray>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QSettings>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-
 using parlova::LegacyMigration;
+using parlova::testfiles::write;
 
 namespace {
 
@@ -29,16 +26,7 @@ protected:
         former.sync();
         LegacyMigration::run(current, former, support, LegacyMigration::labDirectory(support));
     }
-    static void write(const QString& path, const QByteArray& bytes) {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile f(path);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
-    }
-    static QByteArray read(const QString& path) {
-        QFile f(path);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-    }
+    static QByteArray read(const QString& path) { return parlova::testfiles::read(path, "<missing>"); }
 };
 
 }  // namespace

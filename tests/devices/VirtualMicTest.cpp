@@ -6,33 +6,18 @@
 #include "devices/VirtualMic.h"
 #include "devices/AudioBackend.h"
 #include "support/MemorySource.h"
+#include "support/Files.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-
 #include <gtest/gtest.h>
-
 
 using namespace parlova;
 using parlova::testpulse::PrivateServer;
 
 namespace {
 
-QString readFile(const QString& path) {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly)) return {};
-    return QString::fromUtf8(f.readAll());
-}
-
-void writeFile(const QString& path, const QString& text) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(text.toUtf8());
-}
+QString readFile(const QString& path) { return QString::fromUtf8(testfiles::read(path)); }
 
 // Refuses to go on unless every config path lies inside the private server's
 // folder: these tests must never edit the developer's own configuration.
@@ -134,8 +119,8 @@ TEST(VirtualMicPulse, FormerDeviceGoesWithInstallAndRemove) {
         server->remapSource(VirtualMic::kFormerSinkName, VirtualMic::kFormerSourceName, "Tovix Voice Changer Mic");
     };
     const QString userConfig = "load-module module-always-sink\n";
-    writeFile(VirtualMic::pulseConfigPath(),
-              userConfig + "### BEGIN Tovix Voice Changer Mic\nload-module module-null-sink sink_name=x\n### END Tovix Voice Changer Mic\n");
+    testfiles::write(VirtualMic::pulseConfigPath(),
+                     (userConfig + "### BEGIN Tovix Voice Changer Mic\nload-module module-null-sink sink_name=x\n### END Tovix Voice Changer Mic\n").toUtf8());
     loadFormer();
     EXPECT_TRUE(VirtualMic::status().formerPresent);
     EXPECT_EQ(AudioDeviceList::name(*AudioDeviceList::virtualCableID()), std::optional<QString>("Tovix Voice Changer Mic"));

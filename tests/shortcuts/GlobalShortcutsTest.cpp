@@ -2,13 +2,10 @@
 // answers the session handshake and sends Activated and Deactivated), and on
 // X11 under Xvfb with xdotool pressing the key; without either, the hint
 // points at the control commands.
-#include "control/ControlCommands.h"
-#include "control/VoiceSelection.h"
-#include "engine/VoiceEngine.h"
+#include "control/ControlRig.h"
 #include "shortcuts/GlobalShortcuts.h"
 #include "support/PulseServer.h"
 #include "support/TestAudio.h"
-#include "voices/VoiceStore.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -17,7 +14,6 @@
 #include <QDBusObjectPath>
 #include <QDBusVirtualObject>
 #include <QProcess>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -125,14 +121,7 @@ private:
     QString trigger_;
 };
 
-struct Driven {
-    QTemporaryDir dir;
-    QSettings settings{dir.filePath("settings.ini"), QSettings::IniFormat};
-    BackendJobs jobs;
-    VoiceEngine engine{&settings, nullptr, jobs};
-    VoiceStore store{&settings};
-    VoiceSelection selection{engine, store};
-    ControlCommands commands{engine, selection};
+struct Driven : testcontrol::ControlRig {
     GlobalShortcuts shortcuts;
     Driven() {
         engine.talk().setMode(TalkMode::pushToTalk, false);

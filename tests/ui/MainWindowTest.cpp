@@ -8,6 +8,7 @@
 #include "devices/VirtualMic.h"
 #include "engine/VoiceEngine.h"
 #include "support/FakeBackend.h"
+#include "support/Files.h"
 #include "support/TestAudio.h"
 #include "ui/BoardPanel.h"
 #include "ui/CallsPanel.h"
@@ -68,10 +69,10 @@ struct Harness {
     MainWindow window;
 };
 
-// A clip of a steady tone, long enough to still play when it is looked at.
-QString writeClip(const QTemporaryDir& dir, const QString& name) {
+// A clip of a steady tone, by default long enough to still play when it is looked at.
+QString writeClip(const QTemporaryDir& dir, const QString& name, double hz = 440, int seconds = 3) {
     const QString path = dir.filePath(name + ".wav");
-    if (!testaudio::writeWav(path.toStdString(), testaudio::spread(testaudio::tone(440, 48000, 3 * 48000), 48000)))
+    if (!testaudio::writeWav(path.toStdString(), testaudio::spread(testaudio::tone(hz, 48000, seconds * 48000), 48000)))
         return {};
     return path;
 }
@@ -145,14 +146,7 @@ private slots:
         QCOMPARE(h.window.currentPage(), "voice");
         QVERIFY(h.engine.clone().isEmpty());
         QCOMPARE(h.engine.voice().id, h.store.voices().front().id);
-    }
-
-    void selectingARowHandsItsVoiceToTheEngine() {
-        Harness h;
-        QVERIFY(h.window.selectVoiceNamed("Middle-Aged Man"));
-        QCOMPARE(h.engine.voice().name, "Middle-Aged Man");
-        QCOMPARE(h.window.currentPage(), "voice");
-        QCOMPARE(h.window.voicePage()->voice().name, "Middle-Aged Man");
+        QCOMPARE(h.window.voicePage()->voice().id, h.engine.voice().id);
         h.window.sidebar()->select(std::nullopt);
         QCOMPARE(h.window.currentPage(), "placeholder");
     }
@@ -179,9 +173,7 @@ private slots:
         QCOMPARE(h.window.liveAction()->text(), "Talk Live");
         QVERIFY(!h.window.playAction()->isEnabled());  // no clip yet
         QVERIFY(h.window.openAction()->isEnabled());
-        const QString clip = h.dir.filePath("clip.wav");
-        QVERIFY(testaudio::writeWav(clip.toStdString(), testaudio::spread(testaudio::tone(220, 48000, 48000), 48000)));
-        QVERIFY(h.engine.loadClip(clip));
+        QVERIFY(h.engine.loadClip(writeClip(h.dir, "clip", 220, 1)));
         QVERIFY(h.window.playAction()->isEnabled());
         h.window.liveAction()->trigger();
         QTRY_COMPARE(h.window.liveAction()->text(), "Stop Live");
@@ -191,11 +183,14 @@ private slots:
     }
 
     void callsPanelExplainsEachState() {
+        const auto open = [](Harness& h) {
+            h.window.showSection("calls");
+            h.window.show();
+            return h.window.callsPanel();
+        };
         {
             Harness h("");
-            CallsPanel* calls = h.window.callsPanel();
-            QVERIFY(h.window.showSection("calls"));
-            h.window.show();
+            CallsPanel* calls = open(h);
             QTRY_VERIFY(calls->installButton()->isVisible());
             QVERIFY(calls->installPrompt()->isVisible());
             QVERIFY(!calls->callModeSwitch()->isEnabled());
@@ -203,18 +198,14 @@ private slots:
         }
         {
             Harness h(kFormerName);
-            CallsPanel* calls = h.window.callsPanel();
-            QVERIFY(h.window.showSection("calls"));
-            h.window.show();
+            CallsPanel* calls = open(h);
             QTRY_VERIFY(calls->formerNotice()->isVisible());
             QVERIFY(calls->updateButton()->isVisible());
             QVERIFY(calls->explanation()->text().startsWith(kFormerName));
         }
         {
             Harness h;
-            CallsPanel* calls = h.window.callsPanel();
-            QVERIFY(h.window.showSection("calls"));
-            h.window.show();
+            CallsPanel* calls = open(h);
             QTRY_VERIFY(calls->callModeSwitch()->isEnabled());
             QVERIFY(!calls->installButton()->isVisible() && !calls->formerNotice()->isVisible());
             // The virtual mic is an output of the voice, never offered as a microphone.
@@ -234,13 +225,10 @@ private slots:
         QCOMPARE(page->blocker()->text(), "Record at least 5 seconds of samples first.");
         QVERIFY(!page->generateButton()->isEnabled());
 
-        const QString file = h.dir.filePath("sample.wav");
-        QVERIFY(testaudio::writeWav(file.toStdString(), testaudio::spread(testaudio::tone(180, 48000, 6 * 48000), 48000)));
-        h.library.addSample(h.library.find("My Voice")->id, file, "Hello there.");
+        h.library.addSample(h.library.find("My Voice")->id, writeClip(h.dir, "sample", 180, 6), "Hello there.");
         QCOMPARE(page->blocker()->text(), "Confirm you have permission to clone this voice.");
         QCOMPARE(h.window.sidebar()->section(RowKind::clone)->child(0)->data(0, Qt::AccessibleDescriptionRole).toString(),
                  "1 sample · 6 s");
-        QVERIFY(page->samplesBox()->findChildren<QLabel*>().size() > 0);
         bool marked = false;
         for (QLabel* label : page->samplesBox()->findChildren<QLabel*>()) marked |= label->text().contains("Too short");
         QVERIFY(marked);  // 6 s is kept but marked
@@ -328,7 +316,6 @@ private slots:
     void theBoardPageFollowsItsStore() {
         Harness h;
         BoardPanel* panel = h.window.boardPanel();
-        QVERIFY(panel);
         QTreeWidget* list = panel->list();
         QVERIFY(panel->addClip(writeClip(h.dir, "Doorbell")));
         h.board.addSpeech("Back in a minute.", h.store.find("Old Lady")->id);
@@ -337,7 +324,6 @@ private slots:
         QVERIFY(list->topLevelItem(0)->text(3).contains("3.0 s"));
         QVERIFY(list->topLevelItem(1)->text(3).contains("Back in a minute."));
         QVERIFY(list->topLevelItem(1)->text(3).contains("Old Lady"));
-        QCOMPARE(list->topLevelItem(0)->text(1), "1");
         QCOMPARE(list->topLevelItem(1)->text(1), "2");
         const QUuid bell = h.board.entries()[0].id, back = h.board.entries()[1].id;
 
@@ -359,9 +345,7 @@ private slots:
         QVERIFY(h.board.entry(back)->key.isEmpty());
 
         const QString notAudio = h.dir.filePath("notes.wav");
-        QFile file(notAudio);
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("not a sound") > 0);
-        file.close();
+        QVERIFY(testfiles::write(notAudio, "not a sound"));
         QVERIFY(!panel->addClip(notAudio));
         QVERIFY(panel->message()->text().endsWith('.'));
         QCOMPARE(h.board.entries().size(), 2);
