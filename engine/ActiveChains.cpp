@@ -3,13 +3,19 @@
 namespace parlova {
 
 void ActiveChains::setLive(std::shared_ptr<VoiceChain> chain) {
-    std::lock_guard guard(lock_);
-    live_.swap(chain);
+    {
+        std::lock_guard guard(lock_);
+        live_.swap(chain);
+    }
+    if (changed_) changed_();
 }  // the previous chain, if this was its last owner, is released outside the lock
 
 void ActiveChains::setPlay(std::shared_ptr<VoiceChain> chain) {
-    std::lock_guard guard(lock_);
-    play_.swap(chain);
+    {
+        std::lock_guard guard(lock_);
+        play_.swap(chain);
+    }
+    if (changed_) changed_();
 }
 
 std::shared_ptr<VoiceChain> ActiveChains::live() const {
@@ -22,15 +28,17 @@ std::shared_ptr<VoiceChain> ActiveChains::play() const {
     return play_;
 }
 
-void ActiveChains::modulate(double t) {
+bool ActiveChains::modulate(double t) {
     std::shared_ptr<VoiceChain> live, play;
     {
         std::lock_guard guard(lock_);
         live = live_;
         play = play_;
     }
-    if (live) live->modulate(t);
-    if (play) play->modulate(t);
+    bool moving = false;
+    if (live) moving = live->modulate(t) || moving;
+    if (play) moving = play->modulate(t) || moving;
+    return moving;
 }
 
 }  // namespace parlova

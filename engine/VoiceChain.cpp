@@ -115,9 +115,11 @@ float VoiceChain::tremoloVolume(const Voice& voice, double t) {
     return static_cast<float>(1.0 + static_cast<double>(voice.tremoloDepth) * (-0.5 * (phase + 1.0)));
 }
 
-void VoiceChain::modulate(double t) {
+bool VoiceChain::modulate(double t) {
     modulationTime_.store(t, std::memory_order_relaxed);
-    modulateVoice(voice(), t);
+    const Voice v = voice();
+    modulateVoice(v, t);
+    return movesWithTime(v);
 }
 
 void VoiceChain::modulateVoice(const Voice& v, double t) {

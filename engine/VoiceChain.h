@@ -71,8 +71,10 @@ public:
     // snapping them back to their start. Main thread.
     void apply(const Voice& voice);
     // Sets vibrato and tremolo for `t` seconds after the clock's start and
-    // remembers `t`. The modulator thread (or the offline render's thread).
-    void modulate(double t);
+    // remembers `t`; returns whether the voice moves with time at all (a
+    // voice without vibrato or tremolo needs no further ticks). The
+    // modulator thread (or the offline render's thread).
+    bool modulate(double t);
     // The time of the last modulate(), 0 before the first.
     double modulationTime() const { return modulationTime_.load(std::memory_order_relaxed); }
 
@@ -94,6 +96,8 @@ public:
     static float momentaryPitch(const Voice& voice, double t);
     // Output volume for a voice at time t (tremolo).
     static float tremoloVolume(const Voice& voice, double t);
+    // Whether either of the above changes with t.
+    static bool movesWithTime(const Voice& voice) { return voice.vibratoDepth > 0 || voice.tremoloDepth > 0; }
 
 private:
     void modulateVoice(const Voice& voice, double t);

@@ -29,6 +29,9 @@ VoiceEngine::VoiceEngine(QSettings* settings, AudioBackend* backend, BackendJobs
     talk_.attach(settings_);
     cleanMic_.attach(settings_);
     clip_.setCleanMic(cleanMic_.activeControl());
+    chains_.setChanged([this] {
+        if (modulator_) modulator_->poke();
+    });
     connect(&talk_, &TalkControl::talkingChanged, this, [this] { live_.setAudible(liveAudible()); });
     connect(&cleanMic_, &CleanMicSetting::enabledChanged, this, [this] {
         clip_.setCleanMic(cleanMic_.activeControl());
@@ -84,7 +87,7 @@ VoiceEngine::~VoiceEngine() {
 
 void VoiceEngine::ensureModulator() {
     // The modulator thread is only needed once a chain runs in real time.
-    if (!modulator_) modulator_ = std::make_unique<Modulator>(clockStart_, [this](double t) { chains_.modulate(t); });
+    if (!modulator_) modulator_ = std::make_unique<Modulator>(clockStart_, [this](double t) { return chains_.modulate(t); });
 }
 
 void VoiceEngine::set(const Voice& voice) {
@@ -107,6 +110,7 @@ void VoiceEngine::applyVoiceToChains() {
     const Voice target = effectiveVoice();
     if (auto live = chains_.live()) live->apply(target);
     if (auto play = chains_.play()) play->apply(target);
+    if (modulator_) modulator_->poke();  // a voice with vibrato or tremolo needs the fast ticks again
 }
 
 void VoiceEngine::setErrorMessage(const QString& message) {

@@ -136,6 +136,22 @@ TEST(VoiceChain, ModulatorDrivesActiveChainsAndBypassSwapsTheVoice) {
         std::this_thread::sleep_for(std::chrono::milliseconds(6));
     }
     EXPECT_GT(seen.size(), 5u);
+
+    // A voice that doesn't move with time lets the modulator rest; a moving one wakes it at once.
+    engine.set(Voice::natural());
+    std::set<double> ticks;
+    for (int i = 0; i < 40; ++i) {
+        ticks.insert(chain->modulationTime());
+        std::this_thread::sleep_for(std::chrono::milliseconds(6));
+    }
+    EXPECT_LE(ticks.size(), 3u);
+    engine.set(lady);
+    seen.clear();
+    for (int i = 0; i < 20; ++i) {
+        seen.insert(chain->shifter().pitchSemitones.load());
+        std::this_thread::sleep_for(std::chrono::milliseconds(6));
+    }
+    EXPECT_GT(seen.size(), 5u);
     engine.activeChains().setPlay(nullptr);
 }
 
