@@ -43,8 +43,8 @@ LiveGraph::LiveGraph(AudioBackend& backend, const LiveRoute& route, const VoiceS
                      BlockHandler recordTap, BlockHandler meterTap, const StreamFaults& faults,
                      const RouteBuffering& buffering)
     : route_(route) {
-    recordRelay_ = std::make_unique<TapRelay>(kTapFrames, std::move(recordTap));
-    meterRelay_ = std::make_unique<TapRelay>(kTapFrames, std::move(meterTap));
+    recordRelay_ = std::make_unique<TapRelay>(kTapFrames, std::move(recordTap), kTapBlocks, kSampleRate);
+    meterRelay_ = std::make_unique<TapRelay>(kTapFrames, std::move(meterTap), kTapBlocks, kSampleRate);
     recordingListener_ = std::make_unique<RecordingListener>(*recordRelay_);
 
     mic_ = std::make_unique<MicCapture>(backend, route.mic, kSampleRate, faults, buffering.micBlockSeconds);

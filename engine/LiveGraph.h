@@ -47,6 +47,7 @@ class LiveGraph {
 public:
     static constexpr double kSampleRate = kChainSampleRate;
     static constexpr int kTapFrames = 1024;
+    static constexpr int kTapBlocks = 64;  // what each tap's ring holds: over a second
 
     using BlockHandler = std::function<void(const float* mono, int frames)>;
 

@@ -4,8 +4,9 @@
 
 namespace parlova {
 
-TapRelay::TapRelay(int blockFrames, Handler handler, int blocks)
+TapRelay::TapRelay(int blockFrames, Handler handler, int blocks, double sampleRate)
     : blockFrames_(blockFrames),
+      sampleRate_(sampleRate),
       handler_(std::move(handler)),
       ring_(static_cast<size_t>(blockFrames) * static_cast<size_t>(blocks)),
       block_(static_cast<size_t>(blockFrames)) {
@@ -29,12 +30,16 @@ void TapRelay::push(const float* mono, int frames) noexcept {
 
 void TapRelay::run() {
     const auto block = static_cast<size_t>(blockFrames_);
+    // Sleep one block's time between looks: the thread wakes about once per
+    // block (some 20 ms of audio) and takes whatever is complete. Waking when
+    // the rest of a block is due would mostly find it one push short, since
+    // the writer hands over a few hundred frames at a time; the ring holds
+    // dozens of blocks, so a late look loses nothing.
+    const auto pause = std::chrono::duration<double>(static_cast<double>(block) / sampleRate_);
     while (true) {
         if (ring_.readable() < block) {
             if (stopping_.load()) return;
-            // Blocks are about 20 ms of audio and the ring holds dozens: a relaxed
-            // poll keeps this thread from waking the machine needlessly.
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            std::this_thread::sleep_for(pause);
             continue;
         }
         ring_.read(block_.data(), block);

@@ -17,8 +17,9 @@ class TapRelay {
 public:
     using Handler = std::function<void(const float* mono, int frames)>;
 
-    // The ring holds `blocks` blocks of `blockFrames`.
-    TapRelay(int blockFrames, Handler handler, int blocks = 64);
+    // The ring holds `blocks` blocks of `blockFrames`. Audio arrives at
+    // `sampleRate` frames a second; the tap thread looks once per block's time.
+    TapRelay(int blockFrames, Handler handler, int blocks = 64, double sampleRate = 48000);
     ~TapRelay();
     TapRelay(const TapRelay&) = delete;
     TapRelay& operator=(const TapRelay&) = delete;
@@ -33,6 +34,7 @@ private:
     void run();
 
     int blockFrames_;
+    double sampleRate_;
     Handler handler_;
     SpscRing<float> ring_;
     std::vector<float> block_;  // the tap thread's block

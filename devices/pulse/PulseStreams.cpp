@@ -66,7 +66,9 @@ void PulseStream::onLatencyUpdate(pa_stream* s, void* userdata) {
 
 void PulseStream::askForTiming(pa_stream* s) noexcept {
     // The automatic reports thin out to one every 1.5 s; a backlog that a
-    // stall left is gone long before the next one. Ask ten times a second.
+    // stall left is gone long before the next one. Ask four times a second:
+    // the readout takes the median of two seconds, and every request wakes
+    // the server's main thread and its device thread once more.
     const pa_usec_t now = pa_rtclock_now();
     if (now - lastTimingRequest_ < kTimingRequestUsec) return;
     lastTimingRequest_ = now;

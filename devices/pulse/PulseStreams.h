@@ -32,7 +32,7 @@ protected:
     void noteLatency(pa_stream* s) noexcept;
     // Audio thread: asks the server for a fresh timing report now and then.
     void askForTiming(pa_stream* s) noexcept;
-    static constexpr uint64_t kTimingRequestUsec = 100000;
+    static constexpr uint64_t kTimingRequestUsec = 250000;
     uint64_t lastTimingRequest_ = 0;  // audio thread only
     static void onState(pa_stream* s, void* userdata);
 
