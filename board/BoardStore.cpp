@@ -1,5 +1,6 @@
 #include "board/BoardStore.h"
 
+#include "common/KeptFiles.h"
 #include "common/VoiceEngineError.h"
 #include "devices/LegacyMigration.h"
 #include "engine/SoundBuffer.h"
@@ -91,14 +92,9 @@ void BoardStore::load() {
         known_ = bytes;
         return;
     }
-    // Keep the damaged file for the user; a name taken in the same second
-    // gets a suffix rather than replacing the earlier one.
-    const QString stem =
-        QDir(directory_).filePath("board-unreadable-" + QString::number(QDateTime::currentSecsSinceEpoch()));
-    QString aside = stem + ".json";
-    for (int n = 2; QFileInfo::exists(aside); ++n) aside = stem + "-" + QString::number(n) + ".json";
-    if (QFile::rename(path, aside)) keptAside_ = aside;
-    else mayWrite_ = false;
+    // Keep the damaged file for the user.
+    keptAside_ = keptFiles::moveAside(path, "board-unreadable");
+    if (keptAside_.isEmpty()) mayWrite_ = false;
 }
 
 void BoardStore::save() {
@@ -113,8 +109,7 @@ void BoardStore::save() {
     QJsonArray list;
     for (const auto& entry : entries_) list.append(entry.toJson());
     const QByteArray bytes = QJsonDocument(QJsonObject{{"entries", list}}).toJson();
-    QSaveFile file(path);
-    if (!QDir().mkpath(directory_) || !file.open(QIODevice::WriteOnly) || file.write(bytes) < 0 || !file.commit()) {
+    if (!keptFiles::writeWhole(path, bytes)) {
         saveError_ = "Couldn't save the soundboard in " + directory_ + ". Check that the folder can be written to.";
         return;
     }

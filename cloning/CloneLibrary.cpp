@@ -1,5 +1,6 @@
 #include "cloning/CloneLibrary.h"
 
+#include "common/KeptFiles.h"
 #include "common/VoiceEngineError.h"
 #include "devices/LegacyMigration.h"
 #include "media/AudioFile.h"
@@ -53,14 +54,9 @@ void CloneLibrary::load() {
         if (readable) {
             voices_ = loaded;
         } else {
-            // Keep the damaged file for the user; a name taken in the same
-            // second gets a suffix rather than replacing the earlier one.
-            const QString stem = QDir(directory_).filePath(
-                "library-unreadable-" + QString::number(QDateTime::currentSecsSinceEpoch()));
-            QString aside = stem + ".json";
-            for (int n = 2; QFileInfo::exists(aside); ++n) aside = stem + "-" + QString::number(n) + ".json";
-            if (QFile::rename(path, aside)) {
-                keptAside_ = aside;
+            // Keep the damaged file for the user.
+            keptAside_ = keptFiles::moveAside(path, "library-unreadable");
+            if (!keptAside_.isEmpty()) {
                 save();  // an empty library from now on, not a first start again
             } else {
                 mayWrite_ = false;
@@ -83,9 +79,7 @@ void CloneLibrary::save() {
     }
     QJsonArray list;
     for (const auto& v : voices_) list.append(v.toJson());
-    QSaveFile file(path);
-    if (!QDir().mkpath(directory_) || !file.open(QIODevice::WriteOnly) ||
-        file.write(QJsonDocument(list).toJson()) < 0 || !file.commit()) {
+    if (!keptFiles::writeWhole(path, QJsonDocument(list).toJson())) {
         saveError_ = "Couldn't save the cloned voices in " + directory_ +
                      ". Check that the folder can be written to.";
     }

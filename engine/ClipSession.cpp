@@ -212,11 +212,8 @@ void ClipSession::play(const Voice& voice, const QString& outputUID, const QStri
                 auto file = AudioFileReader::open(path);
                 const auto table = backend->snapshot();
                 if (!table) throw VoiceEngineError(ErrorCode::serverUnreachable);
-                auto output = deviceRules::deviceID(*table, outputUID.isEmpty() ? std::nullopt : std::optional(outputUID));
-                if (!output) output = table->defaultOutput;
-                const DeviceEntry* entry = output ? table->find(*output) : nullptr;
-                if (!entry) throw VoiceEngineError(kNoDevicesMessage);
-                outcome->graph = std::make_shared<PlaybackGraph>(*backend, std::move(file), *entry, voice, meterTap, faults);
+                const DeviceEntry& entry = playbackOutput(*table, outputUID);
+                outcome->graph = std::make_shared<PlaybackGraph>(*backend, std::move(file), entry, voice, meterTap, faults);
                 outcome->graph->start();
             } catch (const VoiceEngineError& error) {
                 outcome->error = "Couldn't start playback: " + QString::fromStdString(error.errorDescription());

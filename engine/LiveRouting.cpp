@@ -16,6 +16,14 @@ std::optional<QString> optionalUid(const QString& uid) {
 
 }  // namespace
 
+const DeviceEntry& playbackOutput(const DeviceTable& table, const QString& outputUID) {
+    auto output = deviceRules::deviceID(table, optionalUid(outputUID));
+    if (!output) output = table.defaultOutput;
+    const DeviceEntry* entry = output ? table.find(*output) : nullptr;
+    if (!entry) throw VoiceEngineError(kNoDevicesMessage);
+    return *entry;
+}
+
 std::optional<uint32_t> realSystemMic(const DeviceTable& table, const QString& savedMicUID) {
     const auto physical = deviceRules::physicalInputIDs(table);
     if (auto current = table.defaultInput; current && contains(physical, *current)) return current;

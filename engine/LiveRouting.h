@@ -23,6 +23,10 @@ struct RouteRequest {
 // The devices of a live start; throws VoiceEngineError with the user's sentence.
 LiveRoute routeLive(const DeviceTable& table, const RouteRequest& request);
 
+// The output a clip or a board sound plays on: the chosen one (empty: the
+// system's), else the system's. Throws VoiceEngineError with the user's sentence.
+const DeviceEntry& playbackOutput(const DeviceTable& table, const QString& outputUID);
+
 // The system default input when it is a real microphone, else the saved one,
 // else the first real microphone. Never the virtual cable.
 std::optional<uint32_t> realSystemMic(const DeviceTable& table, const QString& savedMicUID);

@@ -6,7 +6,7 @@
 
 #include "common/ErrorSentences.h"
 #include "common/VoiceEngineError.h"
-#include "devices/AudioDeviceList.h"
+#include "engine/LiveRouting.h"
 #include "engine/LiveGraph.h"
 #include "engine/SoundPreview.h"
 
@@ -80,11 +80,8 @@ void VoiceEngine::openSoundPreview() {
             try {
                 const auto table = backend->snapshot();
                 if (!table) throw VoiceEngineError(ErrorCode::serverUnreachable);
-                auto output = deviceRules::deviceID(*table, outputUID.isEmpty() ? std::nullopt : std::optional(outputUID));
-                if (!output) output = table->defaultOutput;
-                const DeviceEntry* entry = output ? table->find(*output) : nullptr;
-                if (!entry) throw VoiceEngineError(kNoDevicesMessage);
-                outcome.preview = std::make_shared<SoundPreview>(*backend, *entry, faults);
+                const DeviceEntry& entry = playbackOutput(*table, outputUID);
+                outcome.preview = std::make_shared<SoundPreview>(*backend, entry, faults);
                 outcome.preview->start();
             } catch (const VoiceEngineError& error) {
                 outcome.error = "Couldn't play the sound: " + QString::fromStdString(error.errorDescription());
