@@ -21,6 +21,7 @@ void NoiseGate::prepare(double sampleRate, const Timing& timing) {
     aboveOpen_.assign(static_cast<size_t>(windowBlocks_), 0);
     aboveClose_.assign(static_cast<size_t>(windowBlocks_), 0);
     aboveRoom_.assign(static_cast<size_t>(windowBlocks_), 0);
+    rawWindow_.assign(static_cast<size_t>(windowBlocks_), 0.0f);
     reset();
 }
 
@@ -28,9 +29,12 @@ void NoiseGate::reset() noexcept {
     std::fill(aboveOpen_.begin(), aboveOpen_.end(), 0);
     std::fill(aboveClose_.begin(), aboveClose_.end(), 0);
     std::fill(aboveRoom_.begin(), aboveRoom_.end(), 0);
+    std::fill(rawWindow_.begin(), rawWindow_.end(), 0.0f);
+    rawWindowSum_ = 0;
     windowPos_ = countOpen_ = countClose_ = countRoom_ = 0;
     blockEnergy_ = rawEnergy_ = 0;
     roomKnown_ = false;
+    rawBlocks_ = 0;
     blockFill_ = 0;
     holdLeft_ = 0;
     open_ = false;
@@ -42,14 +46,24 @@ void NoiseGate::endBlock() noexcept {
     const float level = blockEnergy_ / static_cast<float>(blockFrames_);
     const unsigned char overOpen = level > std::pow(10.0f, threshold / 10.0f);
     const unsigned char overClose = level > std::pow(10.0f, (threshold - hysteresisDb_) / 10.0f);
-    // The room's floor drops at once to a quieter block and rises slowly, and
-    // only while the gate is closed, so speech never becomes the floor.
-    const float rawDb = 10.0f * std::log10(rawEnergy_ / static_cast<float>(blockFrames_) + 1e-12f);
-    if (!roomKnown_ || rawDb < roomDb_) roomDb_ = rawDb;
-    else if (!open_) roomDb_ = std::min(rawDb, roomDb_ + roomRisePerBlock_);
-    roomKnown_ = true;
-    const unsigned char overRoom = rawDb > roomDb_ + aboveRoomDb_;
+    // The room's floor is the level over the detector's window, not of single
+    // blocks: a block of hum or of the low notes of a fan swings far below
+    // the room's level within its cycle, and a floor that low would let the
+    // noise itself count as lasting sound. It drops at once to a quieter
+    // window and rises slowly, and only while the gate is closed, so speech
+    // never becomes the floor.
     const auto slot = static_cast<size_t>(windowPos_);
+    const float rawLevel = rawEnergy_ / static_cast<float>(blockFrames_);
+    rawWindowSum_ += static_cast<double>(rawLevel) - rawWindow_[slot];
+    rawWindow_[slot] = rawLevel;
+    const float rawDb = 10.0f * std::log10(rawLevel + 1e-12f);
+    if (++rawBlocks_ >= windowBlocks_) {
+        const float windowDb = 10.0f * std::log10(static_cast<float>(std::max(0.0, rawWindowSum_)) / windowBlocks_ + 1e-12f);
+        if (!roomKnown_ || windowDb < roomDb_) roomDb_ = windowDb;
+        else if (!open_) roomDb_ = std::min(windowDb, roomDb_ + roomRisePerBlock_);
+        roomKnown_ = true;
+    }
+    const unsigned char overRoom = roomKnown_ && rawDb > roomDb_ + aboveRoomDb_;
     countOpen_ += overOpen - aboveOpen_[slot];
     countClose_ += overClose - aboveClose_[slot];
     countRoom_ += overRoom - aboveRoom_[slot];

@@ -67,6 +67,9 @@ private:
     // floor (dB, before denoising) and the last window's verdicts.
     float blockEnergy_ = 0, rawEnergy_ = 0, roomDb_ = 0;
     bool roomKnown_ = false;
+    std::vector<float> rawWindow_;  // the last window's block levels before denoising, and their sum
+    double rawWindowSum_ = 0;
+    long rawBlocks_ = 0;
     int blockFill_ = 0;
     std::vector<unsigned char> aboveOpen_, aboveClose_, aboveRoom_;
     int windowPos_ = 0, countOpen_ = 0, countClose_ = 0, countRoom_ = 0;

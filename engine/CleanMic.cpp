@@ -11,13 +11,14 @@ CleanMicSource::CleanMicSource(AudioSource& input, int inputChannels, double sam
       inputMaxFrames_(std::max(1, inputMaxFrames)),
       frameSize_(SpeechDenoiser::frameSize()), control_(std::move(control)) {
     denoiser_.prepare();
+    clicks_.prepare();
     gate_.prepare(sampleRate);
     inputBlock_.assign(static_cast<size_t>(inputChannels_), std::vector<float>(static_cast<size_t>(frameSize_)));
     frame_.assign(static_cast<size_t>(frameSize_), 0.0f);
     raw_.assign(static_cast<size_t>(frameSize_), 0.0f);
     rawBefore_.assign(static_cast<size_t>(frameSize_), 0.0f);
     ready_.assign(static_cast<size_t>(kMaxPullFrames + frameSize_), 0.0f);
-    skip_ = denoiser_.delayFrames();
+    skip_ = denoiser_.delayFrames() + ClickSuppressor::delayFrames();
     frameGains_.assign(static_cast<size_t>(frameSize_), 0.0f);
     prepareGate(0);
 }
@@ -46,7 +47,7 @@ int32_t CleanMicSource::pull(BufferList& out, int frames) noexcept {
         if (const int32_t result = fillFrame(); result != status::ok) return result;
         frameFill_ = 0;
         gate_.setThresholdDb(control_->gateDb.load(std::memory_order_relaxed));
-        std::copy(frame_.begin(), frame_.end(), raw_.begin());
+        clicks_.process(frame_.data(), frameSize_, raw_.data());
         denoiser_.process(frame_.data());
         // Keep what is waiting at the front, then append the new frame.
         if (readyStart_ > 0) {
@@ -59,7 +60,9 @@ int32_t CleanMicSource::pull(BufferList& out, int frames) noexcept {
         std::copy(frame_.begin() + dropped, frame_.end(), ready_.begin() + readyCount_);
         readyCount_ += fresh;
         // The gain decided at sample t belongs to sample t - lookahead.
-        // The denoiser trails by one frame: this output is the frame before's input.
+        // The denoiser trails by one frame: this output is the frame before's
+        // input (as it was before the click suppressor: the gate tells clicks
+        // from lasting sound itself, and needs the room's true noise floor).
         gate_.analyse(frame_.data() + dropped, rawBefore_.data() + dropped, frameGains_.data(), fresh);
         std::swap(raw_, rawBefore_);
         const int64_t lookahead = gate_.lookaheadFrames();

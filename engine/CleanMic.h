@@ -1,18 +1,21 @@
 #pragma once
 // "Clean up my mic": an input stage in front of the voice stage. It takes the
-// microphone (any channel count, mixed to mono), removes room noise with a
-// speech denoiser (steady fans and hum as well as key clicks) and closes a
-// noise gate between words, so what is left is not pitch-shifted into a warble.
-// It runs at the chain's rate, 48000 Hz, the only rate the denoiser knows.
+// microphone (any channel count, mixed to mono), takes key clicks out, removes
+// room noise with a speech denoiser (steady fans and hum as well as what is
+// left of the clicks) and closes a noise gate between words, so what is left
+// is not pitch-shifted into a warble. It runs at the chain's rate, 48000 Hz,
+// the only rate the denoiser knows.
 //
-// It adds no delay of its own. The denoiser works on 10 ms frames and trails by
-// one frame: both are served by reading that far ahead of its consumer from
-// the source (inside the microphone bridge's cushion, or the file), so output
-// sample n is input sample n denoised. The gate decides on the denoised
-// signal as it passes but applies its gain behind the voice stage, whose own
-// delay (the shifter's blocks) gives its lookahead for free. Everything is made
-// in the constructor; pull() is real-time safe.
+// It adds no delay of its own. The click suppressor trails by a few
+// milliseconds, the denoiser works on 10 ms frames and trails by one frame:
+// all are served by reading that far ahead of its consumer from the source
+// (inside the microphone bridge's cushion, or the file), so output sample n
+// is input sample n cleaned. The gate decides on the denoised signal as it
+// passes but applies its gain behind the voice stage, whose own delay (the
+// shifter's blocks) gives its lookahead for free. Everything is made in the
+// constructor; pull() is real-time safe.
 #include "dsp/AudioBuffers.h"
+#include "dsp/ClickSuppressor.h"
 #include "dsp/NoiseGate.h"
 #include "dsp/SpeechDenoiser.h"
 #include "engine/VoiceStage.h"
@@ -52,7 +55,7 @@ public:
     void gateOutput(BufferList& out, int frames) noexcept;
 
     // How far ahead of its consumer it reads, at most, in frames.
-    int readAheadFrames() const { return frameSize_ + denoiser_.delayFrames(); }
+    int readAheadFrames() const { return frameSize_ + denoiser_.delayFrames() + ClickSuppressor::delayFrames(); }
 
 private:
     int32_t fillFrame() noexcept;
@@ -61,6 +64,7 @@ private:
     AudioSource& input_;
     int inputChannels_, inputMaxFrames_, frameSize_;
     std::shared_ptr<const CleanMicControl> control_;
+    ClickSuppressor clicks_;
     SpeechDenoiser denoiser_;
     NoiseGate gate_;
     std::vector<std::vector<float>> inputBlock_;  // one pull of the input, per channel
@@ -69,7 +73,7 @@ private:
     int frameFill_ = 0;
     std::vector<float> ready_;                   // cleaned samples not yet handed on
     int readyStart_ = 0, readyCount_ = 0;
-    int skip_;  // the denoiser's delay, dropped once so output lines up with input
+    int skip_;  // the suppressor's and the denoiser's delay, dropped once so output lines up with input
     // The gate's gains by sample number (a ring), and the stage's delay.
     std::vector<float> gains_, frameGains_;
     int64_t analysed_ = 0;  // samples the gate has seen
