@@ -239,6 +239,9 @@ public:
         return pa_stream_connect_playback(stream_, sink, &attr, PA_STREAM_ADJUST_LATENCY, nullptr, nullptr) == 0;
     }
     void setMode(Mode mode) { mode_.store(mode); }
+    // Bursts of a 150 Hz buzz (a voice's shape) instead of a 1 kHz tone: the
+    // clean mic's denoiser takes a steady tone for noise.
+    void setVoicedBursts(bool voiced) { voiced_ = voiced; }
 
 private:
     static void onWrite(pa_stream* s, size_t nbytes, void* userdata) {
@@ -264,9 +267,11 @@ private:
         double gain = 1;
         if (k < ramp) gain = 0.5 - 0.5 * std::cos(std::numbers::pi * k / ramp);
         if (k >= length - ramp) gain = 0.5 - 0.5 * std::cos(std::numbers::pi * (length - k) / ramp);
+        if (voiced_) return static_cast<float>(kBurstLevel * gain * (2 * std::fmod(n * 150.0 / kRate, 1.0) - 1));
         return static_cast<float>(kBurstLevel * gain * std::sin(2 * std::numbers::pi * kBurstHz * n / kRate));
     }
 
+    bool voiced_ = false;
     int64_t frame_ = 0;
     std::atomic<Mode> mode_{Mode::Bursts};
 };
@@ -495,6 +500,7 @@ struct Options {
     double boardSeconds = 0;    // only the board's sounds, for this long
     bool stalls = false;        // the delay readout against the measured delay around stalls
     bool lowDelay = false;      // the engine's low-delay setting
+    bool cleanMic = false;      // "Clean up my mic" on (voiced bursts)
 };
 
 // Wake-ups of the reference thread later than this count as the machine's own
@@ -696,9 +702,12 @@ int runProbe(const Options& options) {
         engine.set(Voice::natural());
         engine.setCallMode(true);
         engine.setLowDelay(options.lowDelay);
-        std::printf("Delay setting: %s.\n", options.lowDelay ? "Low" : "Normal");
+        engine.cleanMic().setEnabled(options.cleanMic, false);
+        std::printf("Delay setting: %s%s.\n", options.lowDelay ? "Low" : "Normal",
+                    options.cleanMic ? ", with the clean mic" : "");
 
         BurstPlayer player(*loop);
+        player.setVoicedBursts(options.cleanMic);
         if (!player.connect("mic_feed")) {
             std::fprintf(stderr, "Could not play into mic_feed (is this the project's private server?).\n");
             return 1;
@@ -843,10 +852,10 @@ int runProbe(const Options& options) {
 
 int main(int argc, char** argv) {
     Options options;
-    if (argc > 1 && std::string(argv[1]) == "--low-delay") {
-        options.lowDelay = true;
-        --argc;
-        ++argv;
+    for (; argc > 1; --argc, ++argv) {
+        if (std::string(argv[1]) == "--low-delay") options.lowDelay = true;
+        else if (std::string(argv[1]) == "--clean-mic") options.cleanMic = true;
+        else break;
     }
     if (argc == 3 && std::string(argv[1]) == "--seconds") options.seconds = std::atof(argv[2]);
     else if (argc == 3 && std::string(argv[1]) == "--dropouts") options.dropoutSeconds = std::atof(argv[2]);
@@ -855,7 +864,7 @@ int main(int argc, char** argv) {
     else if (argc != 1) options.seconds = 0;
     if (options.seconds < 2) {
         std::fprintf(stderr,
-                     "Usage: parlova_latency_probe [--low-delay] [--seconds N | --dropouts N | --stalls N | --board N]\n"
+                     "Usage: parlova_latency_probe [--low-delay] [--clean-mic] [--seconds N | --dropouts N | --stalls N | --board N]\n"
                      "Measures the delay live mode adds between the microphone and \"Parlova Mic\" with the\n"
                      "Natural voice on a private sound server, then live mode's CPU and the dropouts a\n"
                      "caller hears, each for N seconds (default 10, at least 2). With --dropouts, only\n"
@@ -863,7 +872,8 @@ int main(int argc, char** argv) {
                      "measured delay, in windows of N seconds before and after the sound server and the\n"
                      "probe itself stop for a second. With --board, the time from asking for a board sound\n"
                      "to hearing it, then the dropouts while board sounds play over the voice. --low-delay\n"
-                     "runs everything with the low-delay setting.\n");
+                     "runs everything with the low-delay setting, --clean-mic with \"Clean up my mic\" on\n"
+                     "(the bursts are then a 150 Hz buzz).\n");
         return 2;
     }
     std::setvbuf(stdout, nullptr, _IOLBF, 0);

@@ -1,6 +1,7 @@
 #include "dsp/CushionedRing.h"
 
 #include <algorithm>
+#include <cstdint>
 
 namespace parlova {
 
@@ -32,6 +33,7 @@ int CushionedRing::read(float* out, int frames) noexcept {
         const uint64_t read = ring_.totalRead();
         if (clearTo - 1 > read) ring_.skip(static_cast<size_t>(clearTo - 1 - read));
         primed = false;
+        settle(0, cushion);
     }
     size_t held = ring_.readable();
     const auto above = static_cast<size_t>(rule_.aboveCushions * double(cushion)) + rule_.aboveExtra;
@@ -54,7 +56,27 @@ int CushionedRing::read(float* out, int frames) noexcept {
     }
     primed_.store(primed, std::memory_order_relaxed);
     std::fill(out + delivered, out + frames, 0.0f);
+    if (rule_.settleSamples > 0) settle(primed ? static_cast<size_t>(delivered) : 0, cushion);
     return delivered;
+}
+
+void CushionedRing::settle(size_t read, size_t cushion) noexcept {
+    if (read == 0) {  // unprimed or cleared: a new stretch starts with the next read
+        settleRead_ = 0;
+        settleLowest_ = SIZE_MAX;
+        return;
+    }
+    // What the writer adds meanwhile only raises the figure: never more is skipped than lay unused.
+    settleLowest_ = std::min(settleLowest_, ring_.readable());
+    settleRead_ += read;
+    if (settleRead_ < rule_.settleSamples) return;
+    if (settleLowest_ > cushion + cushion / 2) {
+        const size_t skipped = ring_.skip(settleLowest_ - cushion);
+        dropped_.fetch_add(skipped, std::memory_order_relaxed);
+        settles_.fetch_add(1, std::memory_order_relaxed);
+    }
+    settleRead_ = 0;
+    settleLowest_ = SIZE_MAX;
 }
 
 }  // namespace parlova

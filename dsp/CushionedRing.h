@@ -12,6 +12,11 @@
 //   the writer's clock runs fast, or a burst arrived), the reader skips the
 //   oldest down to `trimTo`, keeping the newest audio. The margin between the
 //   two keeps small bursts from trimming every time.
+// - Settling (optional): a backlog under the trim limit that the reader never
+//   needs (a burst at the start that both clocks then carry along) would add
+//   its delay for good. Over each stretch of `settleSamples` read, the reader
+//   notes the least the queue held after a read; when even that stayed above
+//   one and a half cushions, it skips the oldest down to a cushion's margin.
 // - A writer that finds no room keeps the newest part of what it brings.
 //
 // The writer thread calls write(); the reader thread read() and the trims;
@@ -35,6 +40,7 @@ public:
         size_t aboveExtra = 0;
         double toCushions = 2;
         size_t toExtra = 0;
+        size_t settleSamples = 0;  // the settling stretch; 0: no settling
     };
 
     CushionedRing(size_t capacity, size_t cushion, TrimRule rule);
@@ -57,12 +63,16 @@ public:
     bool isPrimed() const noexcept { return primed_.load(std::memory_order_relaxed); }
     // Reads that ran dry after priming.
     uint64_t underruns() const noexcept { return underruns_.load(std::memory_order_relaxed); }
-    // Times a backlog was trimmed.
+    // Times a backlog was trimmed, or settled.
     uint64_t trims() const noexcept { return trims_.load(std::memory_order_relaxed); }
+    uint64_t settles() const noexcept { return settles_.load(std::memory_order_relaxed); }
     // Samples lost to trims and to a full ring.
     uint64_t dropped() const noexcept { return dropped_.load(std::memory_order_relaxed); }
 
 private:
+    // Reader thread: counts `read` samples into the settling stretch (0: start anew).
+    void settle(size_t read, size_t cushion) noexcept;
+
     SpscRing<float> ring_;
     TrimRule rule_;
     std::atomic<size_t> cushion_;
@@ -70,7 +80,11 @@ private:
     std::atomic<bool> primed_{false};   // stored by the reader only
     std::atomic<uint64_t> underruns_{0};
     std::atomic<uint64_t> trims_{0};
+    std::atomic<uint64_t> settles_{0};
     std::atomic<uint64_t> dropped_{0};
+    // The reader's settling stretch: samples read in it, and the least held after a read.
+    size_t settleRead_ = 0;
+    size_t settleLowest_ = SIZE_MAX;
 };
 
 }  // namespace parlova

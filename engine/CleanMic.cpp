@@ -23,9 +23,9 @@ CleanMicSource::CleanMicSource(AudioSource& input, int inputChannels, double sam
     prepareGate(0);
 }
 
-int32_t CleanMicSource::fillFrame() noexcept {
-    while (frameFill_ < frameSize_) {
-        const int want = std::min(frameSize_ - frameFill_, inputMaxFrames_);
+int32_t CleanMicSource::takeInput(int64_t count) noexcept {
+    while (count > 0) {
+        const int want = static_cast<int>(std::min<int64_t>({count, frameSize_ - frameFill_, inputMaxFrames_}));
         BufferList block;
         block.count = inputChannels_;
         for (int c = 0; c < inputChannels_; ++c) block.data[c] = inputBlock_[static_cast<size_t>(c)].data();
@@ -37,39 +37,51 @@ int32_t CleanMicSource::fillFrame() noexcept {
             frame_[static_cast<size_t>(frameFill_ + i)] = sum * scale;
         }
         frameFill_ += want;
+        taken_ += want;
+        count -= want;
+        if (frameFill_ == frameSize_) {
+            frameFill_ = 0;
+            cleanFrame();
+        }
     }
     return status::ok;
 }
 
+void CleanMicSource::cleanFrame() noexcept {
+    gate_.setThresholdDb(control_->gateDb.load(std::memory_order_relaxed));
+    clicks_.process(frame_.data(), frameSize_, raw_.data());
+    denoiser_.process(frame_.data());
+    // Keep what is waiting at the front, then append the new frame.
+    if (readyStart_ > 0) {
+        std::copy_n(ready_.begin() + readyStart_, readyCount_, ready_.begin());
+        readyStart_ = 0;
+    }
+    const int dropped = std::min(skip_, frameSize_);
+    const int fresh = frameSize_ - dropped;
+    skip_ -= dropped;
+    std::copy(frame_.begin() + dropped, frame_.end(), ready_.begin() + readyCount_);
+    readyCount_ += fresh;
+    // The gain decided at sample t belongs to sample t - lookahead.
+    // The denoiser trails by one frame: this output is the frame before's
+    // input (as it was before the click suppressor: the gate tells clicks
+    // from lasting sound itself, and needs the room's true noise floor).
+    gate_.analyse(frame_.data() + dropped, rawBefore_.data() + dropped, frameGains_.data(), fresh);
+    std::swap(raw_, rawBefore_);
+    const int64_t lookahead = gate_.lookaheadFrames();
+    const auto ring = static_cast<int64_t>(gains_.size());
+    for (int i = 0; i < fresh; ++i, ++analysed_)
+        if (analysed_ >= lookahead) gains_[static_cast<size_t>((analysed_ - lookahead) % ring)] = frameGains_[static_cast<size_t>(i)];
+}
+
 int32_t CleanMicSource::pull(BufferList& out, int frames) noexcept {
     if (out.count < 1 || !out.data[0] || frames > kMaxPullFrames) return status::noConnection;
-    while (readyCount_ < frames) {
-        if (const int32_t result = fillFrame(); result != status::ok) return result;
-        frameFill_ = 0;
-        gate_.setThresholdDb(control_->gateDb.load(std::memory_order_relaxed));
-        clicks_.process(frame_.data(), frameSize_, raw_.data());
-        denoiser_.process(frame_.data());
-        // Keep what is waiting at the front, then append the new frame.
-        if (readyStart_ > 0) {
-            std::copy_n(ready_.begin() + readyStart_, readyCount_, ready_.begin());
-            readyStart_ = 0;
-        }
-        const int dropped = std::min(skip_, frameSize_);
-        const int fresh = frameSize_ - dropped;
-        skip_ -= dropped;
-        std::copy(frame_.begin() + dropped, frame_.end(), ready_.begin() + readyCount_);
-        readyCount_ += fresh;
-        // The gain decided at sample t belongs to sample t - lookahead.
-        // The denoiser trails by one frame: this output is the frame before's
-        // input (as it was before the click suppressor: the gate tells clicks
-        // from lasting sound itself, and needs the room's true noise floor).
-        gate_.analyse(frame_.data() + dropped, rawBefore_.data() + dropped, frameGains_.data(), fresh);
-        std::swap(raw_, rawBefore_);
-        const int64_t lookahead = gate_.lookaheadFrames();
-        const auto ring = static_cast<int64_t>(gains_.size());
-        for (int i = 0; i < fresh; ++i, ++analysed_)
-            if (analysed_ >= lookahead) gains_[static_cast<size_t>((analysed_ - lookahead) % ring)] = frameGains_[static_cast<size_t>(i)];
-    }
+    // Keep exactly readAheadFrames() taken beyond what is handed on: the first
+    // pull takes that much more, every later one just what it hands on, so
+    // the input sees no larger pieces than the output asks for. That many
+    // ahead always completes the frames that hold the output's samples.
+    if (const int32_t result = takeInput(handedOn_ + frames + readAheadFrames() - taken_); result != status::ok)
+        return result;
+    handedOn_ += frames;
     const float* cleaned = ready_.data() + readyStart_;
     for (int c = 0; c < out.count; ++c)
         if (out.data[c]) std::copy_n(cleaned, frames, out.data[c]);

@@ -58,7 +58,9 @@ public:
     int readAheadFrames() const { return frameSize_ + denoiser_.delayFrames() + ClickSuppressor::delayFrames(); }
 
 private:
-    int32_t fillFrame() noexcept;
+    // Takes `count` samples from the input, cleaning each frame as it fills.
+    int32_t takeInput(int64_t count) noexcept;
+    void cleanFrame() noexcept;
     float gainAt(int64_t sample) const noexcept;
 
     AudioSource& input_;
@@ -71,6 +73,7 @@ private:
     std::vector<float> frame_;                   // the frame being gathered
     std::vector<float> raw_, rawBefore_;         // it before denoising, and the frame before that
     int frameFill_ = 0;
+    int64_t taken_ = 0, handedOn_ = 0;  // samples taken from the input, and handed on
     std::vector<float> ready_;                   // cleaned samples not yet handed on
     int readyStart_ = 0, readyCount_ = 0;
     int skip_;  // the suppressor's and the denoiser's delay, dropped once so output lines up with input

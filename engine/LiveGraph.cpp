@@ -50,10 +50,7 @@ LiveGraph::LiveGraph(AudioBackend& backend, const LiveRoute& route, const VoiceS
     mic_ = std::make_unique<MicCapture>(backend, route.mic, kSampleRate, faults, buffering.micBlockSeconds);
     mic_->addListener(recordingListener_.get());
     stage_ = stage(mic_->bridge(), kSampleRate);
-    // What the stage reads ahead beyond one microphone block would otherwise
-    // come out of the cushion and leave the bridge running dry.
-    const double readAhead = std::max(0.0, stage_->readAheadSeconds() - buffering.micBlockSeconds);
-    mic_->bridge().setCushion(static_cast<int>(std::lround((buffering.micCushionSeconds + readAhead) * kSampleRate)));
+    mic_->bridge().setCushion(static_cast<int>(std::lround(buffering.micCushionSeconds * kSampleRate)));
     if (route.monitor) monitorBridge_ = std::make_shared<MicBridge>(kSampleRate, buffering.monitorCushionSeconds);
     sounds_ = std::make_unique<SoundMixer>(kSampleRate);
     renderer_ = std::make_unique<ChainOutput>(*stage_, *meterRelay_, kSampleRate, monitorBridge_.get(), sounds_.get());

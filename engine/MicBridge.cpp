@@ -8,7 +8,8 @@ namespace parlova {
 MicBridge::MicBridge(double sampleRate, double cushionSeconds)
     : sampleRate_(sampleRate),
       queue_(static_cast<size_t>(std::max(8.0 * cushionSeconds, 0.5) * sampleRate),
-             static_cast<size_t>(sampleRate * cushionSeconds), CushionedRing::TrimRule{6, 0, 2, 0}),
+             static_cast<size_t>(sampleRate * cushionSeconds),
+             CushionedRing::TrimRule{6, 0, 2, 0, static_cast<size_t>(kSettleSeconds * sampleRate)}),
       scratch_(new float[kScratchCapacity]()) {}
 
 MicBridge::~MicBridge() = default;

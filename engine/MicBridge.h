@@ -7,7 +7,10 @@
 // underrun waits for a full cushion again, and when more than six cushions
 // pile up (the output fell behind, or the microphone's clock runs fast) the
 // oldest samples are skipped down to two cushions, which keeps the delay
-// bounded without trimming on every small burst. The writer never waits.
+// bounded without trimming on every small burst. A smaller backlog that the
+// reader has not needed for kSettleSeconds (a burst from the microphone as the
+// route starts, or after a stall) is skipped down to a cushion's margin, so it
+// does not stay in the delay for the rest of the session. The writer never waits.
 #include "dsp/AudioBuffers.h"
 #include "dsp/CushionedRing.h"
 
@@ -19,6 +22,7 @@ namespace parlova {
 class MicBridge final : public AudioSource {
 public:
     static constexpr int kScratchCapacity = 16384;  // most frames one write takes
+    static constexpr double kSettleSeconds = 2.0;
 
     // cushionSeconds of 0.02 at 48000 Hz gives a cushion of 960 frames and a
     // ring of max(8 x cushion, 0.5 s) = 24000 frames.
@@ -62,6 +66,8 @@ public:
     uint64_t underruns() const noexcept { return queue_.underruns(); }
     // Times the backlog was trimmed from above six cushions down to two.
     uint64_t trims() const noexcept { return queue_.trims(); }
+    // Times an unneeded backlog was skipped after kSettleSeconds.
+    uint64_t settles() const noexcept { return queue_.settles(); }
 
 private:
     double sampleRate_;

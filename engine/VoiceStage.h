@@ -17,7 +17,10 @@ public:
     virtual int32_t render(BufferList& out, int frames) noexcept = 0;
     // The delay the stage adds, in seconds.
     virtual double latencySeconds() const = 0;
-    // How far ahead of its output the stage reads its input, in seconds.
+    // How far ahead of its output the stage reads its input, in seconds. It
+    // reads that much more on its first render (the bridge is still gathering
+    // its cushion then, so that is silence) and from then on as much as it
+    // renders, so it needs no more cushion than any other stage.
     virtual double readAheadSeconds() const { return 0; }
     // The effect chain inside, for voice edits, modulation and the pitch
     // readout; null for a stage without one.

@@ -132,3 +132,42 @@ TEST(CushionedRingThreads, AWriterAndAReaderOnTwoThreadsKeepTheOrder) {
     EXPECT_EQ(outOfOrder, 0);
     EXPECT_GT(last, 0.0f);
 }
+
+// A reader and a writer in step at the same rate: what the queue held when
+// reading began stays in it (and in the delay) unless it settles.
+TEST(CushionedRing, ABacklogTheReaderNeverNeedsSettlesToACushion) {
+    constexpr size_t kCushion = 720, kSettle = 96000;  // 15 ms and 2 s at 48 kHz
+    struct Case {
+        const char* name;
+        size_t burst;       // held when reading starts
+        size_t writeBlock;  // then written per 5 ms, read in 240-sample slices
+        size_t lowest;      // held before a read over the last second
+        uint64_t settles;
+    };
+    const Case cases[] = {
+        // A start-up burst of 55 ms: back to a cushion's margin (plus the block just written).
+        {"burst", 2640, 240, kCushion + 240, 1},
+        // Less than half a cushion over: left alone, the reader may need it.
+        {"small excess", 1000, 240, 1000 + 240, 0},
+        // A writer in 20 ms blocks uses its cushion: never touched.
+        {"lumpy writer", 960, 960, 1200, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CushionedRing ring(24000, kCushion, {6, 0, 2, 0, kSettle});
+        float next = 1, last = 0;
+        feed(ring, next, c.burst);
+        size_t lowest = SIZE_MAX;
+        for (size_t t = 0; t < 3 * 48000; t += 240) {
+            if (t % c.writeBlock == 0) feed(ring, next, c.writeBlock);
+            if (t + 240 > 2 * 48000) lowest = std::min(lowest, ring.size());
+            for (float x : take(ring, 240)) {
+                ASSERT_GT(x, last);  // in order, no silence
+                last = x;
+            }
+        }
+        EXPECT_EQ(ring.underruns(), 0u);
+        EXPECT_EQ(lowest, c.lowest);
+        EXPECT_EQ(ring.settles(), c.settles);
+    }
+}
