@@ -21,7 +21,7 @@ struct MicOptions {
 // The options as a command declares them; push-to-talk only where live runs.
 inline std::vector<Option> micOptions(bool withTalk) {
     std::vector<Option> options{
-        {"--clean-mic", "", "lower steady room noise and close a noise gate between words"},
+        {"--clean-mic", "", "take out room noise and key clicks and close a noise gate between words"},
         {"--gate-db", "N", "the noise gate's threshold in dBFS (implies --clean-mic; default -45)"}};
     if (withTalk)
         options.push_back({"--talk", "MODE",

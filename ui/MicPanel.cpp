@@ -17,7 +17,7 @@ MicPanel::MicPanel(VoiceEngine& engine, HandsFree* handsFree, QWidget* parent)
     layout->setContentsMargins(0, 0, 0, 0);
     auto* row = new QHBoxLayout;
     cleanMic_ = new QCheckBox("Clean up my mic", this);
-    cleanMic_->setToolTip("Lowers steady room noise and closes a gate between words, before the voice");
+    cleanMic_->setToolTip("Takes out room noise and key clicks and closes a gate between words, before the voice");
     gate_ = new QSlider(Qt::Horizontal, this);
     gate_->setRange(int(CleanMicSetting::kMinGateDb), int(CleanMicSetting::kMaxGateDb));
     gate_->setMaximumWidth(160);
