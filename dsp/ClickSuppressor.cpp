@@ -13,13 +13,7 @@ constexpr int kRampFrames = 8;       // the gain rises over this many samples af
 }  // namespace
 
 void ClickSuppressor::prepare(double sampleRate) {
-    // Second-order Butterworth high-pass (bilinear transform).
-    const double w = 2 * M_PI * kSplitHz / sampleRate, alpha = std::sin(w) / std::sqrt(2.0), a0 = 1 + alpha;
-    b0_ = (1 + std::cos(w)) / 2 / a0;
-    b1_ = -(1 + std::cos(w)) / a0;
-    b2_ = b0_;
-    a1_ = -2 * std::cos(w) / a0;
-    a2_ = (1 - alpha) / a0;
+    split_ = Equalizer::design(Equalizer::BandType::HighPass, sampleRate, static_cast<float>(kSplitHz), 0);
     z1_ = z2_ = 0;
     pending_.assign(kLookaheadBlocks + 1, Block{});
     newest_ = -1;
@@ -36,9 +30,9 @@ void ClickSuppressor::measure(Block& block, const float* in) noexcept {
     float energy = 0;
     for (int i = 0; i < kBlockFrames; ++i) {
         const double x = in[i];
-        const double y = b0_ * x + z1_;  // transposed direct form II
-        z1_ = b1_ * x - a1_ * y + z2_;
-        z2_ = b2_ * x - a2_ * y;
+        const double y = split_.b0 * x + z1_;  // transposed direct form II
+        z1_ = split_.b1 * x - split_.a1 * y + z2_;
+        z2_ = split_.b2 * x - split_.a2 * y;
         block.samples[static_cast<size_t>(i)] = in[i];
         block.high[static_cast<size_t>(i)] = static_cast<float>(y);
         energy += static_cast<float>(y * y);

@@ -15,6 +15,8 @@
 //
 // The decision needs the blocks after the click, so the output trails the
 // input by delayFrames(). prepare() allocates; process() is real-time safe.
+#include "dsp/Equalizer.h"
+
 #include <array>
 #include <vector>
 
@@ -55,7 +57,8 @@ private:
     std::vector<Block> pending_;  // ring of kLookaheadBlocks + 1: the judged block and its future
     int newest_ = -1;
     int filled_ = 0;
-    double b0_ = 1, b1_ = 0, b2_ = 0, a1_ = 0, a2_ = 0, z1_ = 0, z2_ = 0;  // the high-pass filter
+    Equalizer::Coefficients split_;  // the high-pass filter, and its state
+    double z1_ = 0, z2_ = 0;
     std::array<float, kHistory> history_{};  // high-band energies of recent blocks that were not clicks
     int historyPos_ = 0, historyCount_ = 0;
     int clickLeft_ = 0;    // blocks of the current click still to scale

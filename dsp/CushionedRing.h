@@ -63,7 +63,7 @@ public:
     bool isPrimed() const noexcept { return primed_.load(std::memory_order_relaxed); }
     // Reads that ran dry after priming.
     uint64_t underruns() const noexcept { return underruns_.load(std::memory_order_relaxed); }
-    // Times a backlog was trimmed, or settled.
+    // Times a backlog was trimmed, and times an unneeded one settled.
     uint64_t trims() const noexcept { return trims_.load(std::memory_order_relaxed); }
     uint64_t settles() const noexcept { return settles_.load(std::memory_order_relaxed); }
     // Samples lost to trims and to a full ring.

@@ -45,14 +45,18 @@ public:
     void setGlobalGain(float dB);
     float globalGain() const { return globalGainDb_.load(std::memory_order_relaxed); }
 
+    // One band's biquad (RBJ cookbook, a0 normalised to 1); also used by
+    // other units that need one of these filters.
+    struct Coefficients {
+        double b0 = 1, b1 = 0, b2 = 0, a1 = 0, a2 = 0;
+    };
+    static Coefficients design(BandType type, double sampleRate, float frequency, float gainDb) noexcept;
+
 protected:
     void prepare(const AudioFormat& format, int maxFrames) override;
     void process(BufferList& buffers, int frames) noexcept override;
 
 private:
-    struct Coefficients {
-        double b0 = 1, b1 = 0, b2 = 0, a1 = 0, a2 = 0;
-    };
     struct State {
         double z1 = 0, z2 = 0;  // transposed direct form II
     };
@@ -67,7 +71,6 @@ private:
     };
 
     void refreshIfChanged() noexcept;
-    static Coefficients design(BandType type, double sampleRate, float frequency, float gainDb) noexcept;
 
     std::array<SharedBand, kBands> shared_;
     std::atomic<float> globalGainDb_{0.0f};
