@@ -84,12 +84,6 @@ double formantShift(const std::vector<float>& in, const std::vector<float>& out,
     return ts::envelopeShiftSemitones(a, b, kRate, 0, a.size());
 }
 
-double median(std::vector<double> v) {
-    if (v.empty()) return 0;
-    std::nth_element(v.begin(), v.begin() + static_cast<long>(v.size() / 2), v.end());
-    return v[v.size() / 2];
-}
-
 // Median error, in cents, of the output's fundamental against the input's moved by `semitones`.
 double pitchErrorCents(const std::vector<float>& out, const std::vector<Voiced>& voiced, double semitones) {
     const double ratio = std::exp2(semitones / 12);
@@ -99,7 +93,7 @@ double pitchErrorCents(const std::vector<float>& out, const std::vector<Voiced>&
         if (const double hz = ts::fundamental(out, kRate, v.at, kWindow, want / 1.4, want * 1.4); hz > 0)
             errors.push_back(ts::cents(hz, want));
     }
-    return errors.size() * 2 > voiced.size() ? median(errors) : 1e9;  // most windows must be measurable
+    return errors.size() * 2 > voiced.size() ? ts::median(errors) : 1e9;  // most windows must be measurable
 }
 
 // Median over voiced windows of the normalised autocorrelation at the best
@@ -121,7 +115,7 @@ double periodicity(const std::vector<float>& s, const std::vector<Voiced>& voice
         }
         peaks.push_back(best);
     }
-    return median(peaks);
+    return ts::median(peaks);
 }
 
 // One row of the table: a shift through one timing, measured.

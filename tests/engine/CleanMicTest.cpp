@@ -103,9 +103,7 @@ double pitchChangeCents(const std::vector<float>& reference, const std::vector<f
         const double after = before > 0 ? ts::fundamental(s, kRate, at, 2 * frame, before / 1.2, before * 1.2) : 0;
         if (after > 0) changes.push_back(ts::cents(after, before));
     }
-    if (changes.empty()) return 1e9;
-    std::nth_element(changes.begin(), changes.begin() + static_cast<long>(changes.size() / 2), changes.end());
-    return changes[changes.size() / 2];
+    return changes.empty() ? 1e9 : ts::median(changes);
 }
 
 }  // namespace

@@ -226,6 +226,12 @@ double peak(const std::vector<float>& samples) {
     return p;
 }
 
+double median(std::vector<double> v) {
+    if (v.empty()) return 0;
+    std::nth_element(v.begin(), v.begin() + static_cast<long>(v.size() / 2), v.end());
+    return v[v.size() / 2];
+}
+
 double fundamental(const std::vector<float>& s, double rate, size_t from, size_t count, double minHz, double maxHz) {
     const size_t maxLag = static_cast<size_t>(rate / minHz) + 2, minLag = static_cast<size_t>(rate / maxHz);
     if (from + maxLag + 2 >= s.size()) return 0;

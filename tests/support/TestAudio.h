@@ -50,6 +50,8 @@ std::vector<float> readWavFloats(const std::string& path);
 double rms(const std::vector<float>& samples, size_t from = 0, size_t count = SIZE_MAX);
 // Largest absolute sample.
 double peak(const std::vector<float>& samples);
+// The middle value (0 for none): a level or error that one glitched window cannot move.
+double median(std::vector<double> values);
 inline double toDb(double ratio) { return 20.0 * std::log10(ratio > 1e-30 ? ratio : 1e-30); }
 // Fundamental of a steady periodic signal over [from, from + count), from the
 // cumulative-mean-normalised difference function (the first clear dip between
