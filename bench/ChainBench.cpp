@@ -51,6 +51,23 @@ private:
     std::normal_distribution<float> noise_{0.0f, 1.0f};
 };
 
+// A second of the buzz, then the digital silence of a muted microphone or a
+// closed gate: where decaying filter and network states turn denormal.
+class BuzzThenSilenceSource : public AudioSource {
+public:
+    int32_t pull(BufferList& out, int frames) noexcept override {
+        buzz_.pull(out, frames);
+        for (int i = 0; i < frames; ++i, ++n_)
+            if (n_ >= static_cast<long>(kRate))
+                for (int c = 0; c < out.count; ++c) out.data[c][i] = 0.0f;
+        return status::ok;
+    }
+
+private:
+    BuzzSource buzz_;
+    long n_ = 0;
+};
+
 // One 256-frame stereo buffer list with its own memory.
 struct StereoBlock {
     std::vector<float> left = std::vector<float>(kBlock), right = std::vector<float>(kBlock);
@@ -185,9 +202,10 @@ BENCHMARK(UnitAloneStereo48k<Equalizer>)->Iterations(20000)->Unit(benchmark::kMi
 BENCHMARK(UnitAloneStereo48k<Reverb>)->Iterations(20000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(UnitAloneStereo48k<PeakLimiter>)->Iterations(20000)->Unit(benchmark::kMicrosecond);
 
-// The live case: a mono microphone feeding the chain.
+// The live case: a mono microphone feeding the chain, talking or silent.
+template <class Source>
 void WholeChainMonoSource48k(benchmark::State& state) {
-    BuzzSource source;
+    Source source;
     VoiceChain chain(Voice::builtIns()[0], &source, {kRate, 1});
     StereoBlock buffers;
     BufferList& list = buffers.list;
@@ -196,7 +214,8 @@ void WholeChainMonoSource48k(benchmark::State& state) {
         benchmark::DoNotOptimize(chain.render(list, kBlock));
     });
 }
-BENCHMARK(WholeChainMonoSource48k)->Iterations(20000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(WholeChainMonoSource48k<BuzzSource>)->Iterations(20000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(WholeChainMonoSource48k<BuzzThenSilenceSource>)->Iterations(20000)->Unit(benchmark::kMicrosecond);
 
 // The same with the low-delay setting's shorter shifter block.
 void WholeChainMonoSourceLowDelay48k(benchmark::State& state) {
@@ -212,14 +231,16 @@ void WholeChainMonoSourceLowDelay48k(benchmark::State& state) {
 BENCHMARK(WholeChainMonoSourceLowDelay48k)->Iterations(20000)->Unit(benchmark::kMicrosecond);
 
 // The clean-mic stage alone (denoiser and gate analysis) on a mono microphone.
+template <class Source>
 void CleanMicMono48k(benchmark::State& state) {
-    BuzzSource source;
+    Source source;
     CleanMicSource clean(source, 1, kRate, std::make_shared<CleanMicControl>());
     StereoBlock buffers;
     BufferList& list = buffers.list;
     reportBlocks(state, [&](long) { benchmark::DoNotOptimize(clean.pull(list, kBlock)); });
 }
-BENCHMARK(CleanMicMono48k)->Iterations(20000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(CleanMicMono48k<BuzzSource>)->Iterations(20000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(CleanMicMono48k<BuzzThenSilenceSource>)->Iterations(20000)->Unit(benchmark::kMicrosecond);
 
 // The real-time side of the tap relay while its handler is far too slow: each
 // push must stay a copy into the ring (or a drop), never a wait.

@@ -1,5 +1,7 @@
 #include "engine/CleanMic.h"
 
+#include "dsp/DenormalsFlushed.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -75,6 +77,7 @@ void CleanMicSource::cleanFrame() noexcept {
 
 int32_t CleanMicSource::pull(BufferList& out, int frames) noexcept {
     if (out.count < 1 || !out.data[0] || frames > kMaxPullFrames) return status::noConnection;
+    const DenormalsFlushed flushed;  // the denoiser's network decays into them in silence
     // Keep exactly readAheadFrames() taken beyond what is handed on: the first
     // pull takes that much more, every later one just what it hands on, so
     // the input sees no larger pieces than the output asks for. That many

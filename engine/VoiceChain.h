@@ -10,6 +10,7 @@
 // before it reaches the chain, and the offline render converts back to the
 // file's rate. The constructor still takes the source's format: its channel
 // count, and a rate that should be kChainSampleRate.
+#include "dsp/DenormalsFlushed.h"
 #include "dsp/Equalizer.h"
 #include "dsp/FormantShifterUnit.h"
 #include "dsp/GainRamp.h"
@@ -78,8 +79,12 @@ public:
     // The time of the last modulate(), 0 before the first.
     double modulationTime() const { return modulationTime_.load(std::memory_order_relaxed); }
 
-    // Pulls `frames` (at most maxFrames) of processed stereo audio into `out`.
-    int32_t render(BufferList& out, int frames) noexcept { return output_->pull(out, frames); }
+    // Pulls `frames` (at most maxFrames) of processed stereo audio into `out`,
+    // with denormals flushed whatever thread renders (live, export, preview).
+    int32_t render(BufferList& out, int frames) noexcept {
+        const DenormalsFlushed flushed;
+        return output_->pull(out, frames);
+    }
 
     Voice voice() const;
     const AudioFormat& format() const { return format_; }

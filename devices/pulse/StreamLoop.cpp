@@ -1,6 +1,7 @@
 #include "devices/pulse/StreamLoop.h"
 
 #include "devices/pulse/Realtime.h"
+#include "dsp/DenormalsFlushed.h"
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -13,8 +14,10 @@ namespace {
 
 std::atomic<RealtimeGrant> grant{RealtimeGrant::unknown};
 
-// The kernel id of the loop's thread, read on that thread.
-pid_t loopThreadId(const PulseLoop& loop) {
+// The kernel id of the loop's thread, read on that thread. The thread runs
+// nothing but audio from here on, so it flushes denormals for good: every
+// callback on it (the chain, the mixer, the bridges) is spared their cost.
+pid_t prepareLoopThread(const PulseLoop& loop) {
     struct Ask {
         const PulseLoop* loop;
         pid_t tid = 0;
@@ -24,6 +27,7 @@ pid_t loopThreadId(const PulseLoop& loop) {
         pa_threaded_mainloop_get_api(loop.loop()),
         [](pa_mainloop_api*, void* userdata) {
             auto* a = static_cast<Ask*>(userdata);
+            DenormalsFlushed::forThisThread();
             a->tid = static_cast<pid_t>(syscall(SYS_gettid));
             a->loop->signal();
         },
@@ -44,7 +48,7 @@ std::shared_ptr<PulseLoop> sharedStreamLoop(int* error) {
         if (error) *error = loop->error() ? loop->error() : PA_ERR_CONNECTIONREFUSED;
         return nullptr;
     }
-    grant = makeRealtime(loopThreadId(*loop));
+    grant = makeRealtime(prepareLoopThread(*loop));
     current = loop;
     return loop;
 }
