@@ -19,7 +19,7 @@ namespace {
 // The output may start asking for audio a while after the microphone started
 // delivering. Whatever the bridge gathered before the first request would
 // otherwise stay as extra delay (the bridge only trims a large backlog down to
-// two cushions), so the first request starts the bridge afresh. Reader side.
+// one cushion), so the first request starts the bridge afresh. Reader side.
 class FreshStart : public AudioSource {
 public:
     FreshStart(AudioSource& inner, MicBridge& bridge) : inner_(inner), bridge_(bridge) {}

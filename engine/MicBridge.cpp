@@ -9,7 +9,7 @@ MicBridge::MicBridge(double sampleRate, double cushionSeconds)
     : sampleRate_(sampleRate),
       queue_(static_cast<size_t>(std::max(8.0 * cushionSeconds, 0.5) * sampleRate),
              static_cast<size_t>(sampleRate * cushionSeconds),
-             CushionedRing::TrimRule{6, 0, 2, 0, static_cast<size_t>(kSettleSeconds * sampleRate)}),
+             CushionedRing::TrimRule{6, 0, 1, 0, static_cast<size_t>(kSettleSeconds * sampleRate)}),
       scratch_(new float[kScratchCapacity]()) {}
 
 MicBridge::~MicBridge() = default;

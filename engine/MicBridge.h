@@ -5,12 +5,13 @@
 // mono); the output render thread reads exactly the frames it needs. The
 // queue is a CushionedRing: reading starts once a cushion has gathered, an
 // underrun waits for a full cushion again, and when more than six cushions
-// pile up (the output fell behind, or the microphone's clock runs fast) the
-// oldest samples are skipped down to two cushions, which keeps the delay
-// bounded without trimming on every small burst. A smaller backlog that the
-// reader has not needed for kSettleSeconds (a burst from the microphone as the
-// route starts, or after a stall) is skipped down to a cushion's margin, so it
-// does not stay in the delay for the rest of the session. The writer never waits.
+// pile up (the output fell behind, a stall ended, or the microphone's clock
+// runs fast) the oldest samples are skipped down to one cushion, the fill the
+// route started with, which keeps the delay bounded without trimming on every
+// small burst. A smaller backlog that the reader has not needed for
+// kSettleSeconds (a burst from the microphone as the route starts, or after a
+// stall) is skipped down to a cushion's margin, so it does not stay in the
+// delay for the rest of the session. The writer never waits.
 #include "dsp/AudioBuffers.h"
 #include "dsp/CushionedRing.h"
 

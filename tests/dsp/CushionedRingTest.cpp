@@ -29,12 +29,12 @@ std::vector<float> take(CushionedRing& ring, int frames) {
     return out;
 }
 
-const CushionedRing::TrimRule kBridgeRule{6, 0, 2, 0};  // above six cushions, down to two
+const CushionedRing::TrimRule kDefaultRule{6, 0, 2, 0};  // the default: above six cushions, down to two
 
 }  // namespace
 
 TEST(CushionedRing, WaitsForItsCushionAndAgainAfterRunningDry) {
-    CushionedRing ring(24000, 960, kBridgeRule);
+    CushionedRing ring(24000, 960, kDefaultRule);
     float next = 1;
     EXPECT_EQ(take(ring, 256), std::vector<float>(256, 0.0f));
     EXPECT_EQ(ring.underruns(), 0u);
@@ -67,10 +67,10 @@ TEST(CushionedRing, ABacklogIsTrimmedToTheNewestAudio) {
         float front, back;  // of what it returns (samples are numbered from 1)
     };
     const Case cases[] = {
-        {24000, 960, kBridgeRule, {6000}, 1920, 1, 6001 - 1920, 6000},
-        {24000, 960, kBridgeRule, {5760}, 5760, 0, 1, 5760},  // exactly six cushions are kept
-        {24000, 960, kBridgeRule, {5760, 1}, 1920, 1, 5762 - 1920, 5761},
-        {8000, 1000, kBridgeRule, {12000}, 2000, 1, 10001, 12000},  // a write beyond the room keeps its newest
+        {24000, 960, kDefaultRule, {6000}, 1920, 1, 6001 - 1920, 6000},
+        {24000, 960, kDefaultRule, {5760}, 5760, 0, 1, 5760},  // exactly six cushions are kept
+        {24000, 960, kDefaultRule, {5760, 1}, 1920, 1, 5762 - 1920, 5761},
+        {8000, 1000, kDefaultRule, {12000}, 2000, 1, 10001, 12000},  // a write beyond the room keeps its newest
         // The cloned voice's rule: above the cushion and half a second, down to the cushion.
         {1000, 100, {1, 500, 1, 0}, {700}, 100, 1, 601, 700},
         {1000, 100, {1, 500, 1, 0}, {600}, 600, 0, 1, 600},
@@ -105,7 +105,7 @@ TEST(CushionedRing, ClearDropsWhatCameBeforeAndWaitsForANewCushion) {
 // nominal rate: every sample that comes out is in order, so the reader never
 // sees a sample before the writer published it, nor a slot being rewritten.
 TEST(CushionedRingThreads, AWriterAndAReaderOnTwoThreadsKeepTheOrder) {
-    CushionedRing ring(24000, 960, kBridgeRule);
+    CushionedRing ring(24000, 960, kDefaultRule);
     std::atomic<bool> stop{false};
     std::thread writer([&] {
         float next = 1;
